@@ -1,0 +1,106 @@
+// Camera.h - a simulated network camera of the maker, in-process.
+//
+// Tests start one Camera per case on its own loopback address, script answers,
+// inject faults and read back the requests it received. The camera-sim
+// program wraps the same class.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace camsim {
+
+struct CameraConfig {
+  std::string address = "127.0.0.1";  // the camera's own address; HTTP and RTSP bind here only
+  uint16_t httpPort = 0;              // 0: an ephemeral port, see Camera::HttpPort()
+  uint16_t rtspPort = 554;            // 0: no RTSP server
+  std::string user = "root";
+  std::string password = "pass";
+  std::string brand = "AXIS";
+  std::string model = "AXIS P1465-LE";
+  std::string productNumber = "P1465-LE";
+  std::string serial = "B8A44F9D7D55";
+  std::string firmware = "11.11.73";
+  bool hasPtz = true;
+  std::string eventUrl;   // where motion alarms are posted ("" = none)
+  std::string stateDir;   // persistent state ("" = memory only)
+  size_t maxBodyBytes = 1 << 20;  // larger request bodies are refused with 413
+};
+
+// A request as the camera received it (after authentication succeeded or not).
+struct ReceivedRequest {
+  std::string method;
+  std::string path;   // without the query
+  std::string query;  // without the '?'
+  std::map<std::string, std::string> headers;  // names lower-cased
+  std::string body;
+  int status = 0;     // what the camera answered
+};
+
+// An answer that replaces the camera's own for matching requests.
+struct ScriptedAnswer {
+  int status = 200;
+  std::string contentType = "text/plain";
+  std::string body;
+  std::map<std::string, std::string> headers;  // e.g. {"Location", "..."} for redirects
+};
+
+// Faults applied before the camera answers a matching request.
+struct Fault {
+  enum class Kind {
+    Status,       // answer `status` with `body`
+    EmptyBody,    // 200 with no body
+    Delay,        // wait `delay`, then answer normally
+    Redirect,     // 302 to `location` (a path on this camera or a full URL)
+    Garbage,      // 200 with `body` (or random bytes when empty)
+    Huge,         // 200 with `size` bytes of filler
+    Drop,         // close the connection without an answer
+  };
+  Kind kind = Kind::Status;
+  int status = 500;
+  std::string body;
+  std::chrono::milliseconds delay{0};
+  std::string location;
+  size_t size = 0;
+  int times = -1;  // how many matching requests it applies to (-1: all)
+};
+
+class Camera {
+ public:
+  explicit Camera(CameraConfig config);
+  ~Camera();  // stops
+  Camera(const Camera&) = delete;
+  Camera& operator=(const Camera&) = delete;
+
+  // Binds and starts serving. False with `error` filled when a port cannot be
+  // bound or the media cannot be prepared.
+  bool Start(std::string* error = nullptr);
+  void Stop();
+
+  const CameraConfig& Config() const;
+  uint16_t HttpPort() const;  // the bound HTTP port
+
+  // Scripting: `pathPrefix` matches a request path that starts with it
+  // ("/axis-cgi/basicdeviceinfo.cgi"). The latest matching rule wins.
+  void Script(const std::string& pathPrefix, ScriptedAnswer answer);
+  void InjectFault(const std::string& pathPrefix, Fault fault);
+  void ClearScripts();  // both answers and faults
+
+  std::vector<ReceivedRequest> Requests() const;
+  void ClearRequests();
+
+  // Changes the credentials at run time (e.g. to test a 16-character password).
+  void SetCredentials(const std::string& user, const std::string& password);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace camsim
