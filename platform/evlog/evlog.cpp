@@ -97,6 +97,14 @@ void evlog_write(int level, const char* module, const char* format, ...) {
     text = heapBuffer.c_str();
   }
   va_end(copy);
+  // A camera answer quoted in a line may be huge; keep lines readable and bounded.
+  constexpr size_t kMaxLine = 16 * 1024;
+  if (static_cast<size_t>(needed) > kMaxLine) {
+    if (heapBuffer.empty()) heapBuffer.assign(stackBuffer);
+    heapBuffer.resize(kMaxLine);
+    heapBuffer += "...(" + std::to_string(static_cast<size_t>(needed) - kMaxLine) + " more bytes)";
+    text = heapBuffer.c_str();
+  }
 
   LogState& state = State();
   std::lock_guard<std::mutex> lock(state.mutex);

@@ -22,7 +22,7 @@ std::string QualifiedFunctionName(std::string_view prettySignature);
 
 // One cached name per call site, computed on first use only.
 #define EVLOG_FUNCTION_NAME()                                                       \
-  ([](const char* sig) -> const char* {                                             \
-    static const std::string name = ::evlog::QualifiedFunctionName(sig);           \
-    return name.c_str();                                                            \
+  ([](const char* evlogSignature) -> const char* {                                             \
+    static const std::string evlogCachedName = ::evlog::QualifiedFunctionName(evlogSignature);           \
+    return evlogCachedName.c_str();                                                            \
   }(EVLOG_SIGNATURE))

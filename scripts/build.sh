@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Configures and builds one flavour of the project.
+#   scripts/build.sh [normal|asan|tsan] [extra cmake args...]
+# Build trees: build/ (normal), build-asan/, build-tsan/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+flavour="${1:-normal}"
+shift || true
+case "$flavour" in
+  normal) dir=build; flags=() ;;
+  asan) dir=build-asan; flags=(-DNETCAM_SANITIZE=ON -DNETCAM_BUILD_BENCH=OFF) ;;
+  tsan) dir=build-tsan; flags=(-DNETCAM_TSAN=ON -DNETCAM_BUILD_BENCH=OFF) ;;
+  *) echo "build.sh: unknown flavour $flavour (normal, asan, tsan)" >&2; exit 64 ;;
+esac
+
+cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNETCAM_WERROR=ON "${flags[@]}" "$@" >/dev/null
+cmake --build "$dir" -j "$(nproc)"

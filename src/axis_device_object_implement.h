@@ -1,0 +1,142 @@
+// axis_device_object_implement.h - the per-camera device object behind every
+// handle the platform holds. Its operations live in one source file per area:
+//   axis_device_object_implement.cpp  construction and destruction
+//   device_session.cpp                opening, identity, VAPIX requests
+//   status_documents.cpp              configuration commands, disks
+//   live_stream.cpp, stream_delivery.cpp, playback.cpp   media
+// and each later feature adds its own file.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "MDClient.h"
+#include "MuxConvert.h"
+#include "kor.h"
+#include "netcam_plugin.h"
+
+// Camera identity as the camera reports it.
+struct DeviceBasicInfo {
+  std::string brand;
+  std::string productFullName;
+  std::string serialNumber;
+  std::string firmwareVersion;
+};
+
+// One usable disk of the camera, numbered from 1.
+struct DiskEntry {
+  uint32_t index = 0;
+  int32_t totalSize = 0;  // KB
+  int32_t freeSize = 0;   // KB
+  int32_t status = 0;     // 0 OK, 5 disconnected, 2 anything else
+};
+
+// One recording on the camera's storage.
+struct RecordingInfo {
+  std::string recordingId;
+  std::string startTime;       // camera UTC text
+  std::string stopTime;        // camera UTC text
+  std::string startTimeLocal;
+  std::string stopTimeLocal;
+  bool inProgress = false;
+};
+
+class CPlgDeviceObjectImplement {
+ public:
+  CPlgDeviceObjectImplement();
+  ~CPlgDeviceObjectImplement();
+  CPlgDeviceObjectImplement(const CPlgDeviceObjectImplement&) = delete;
+  CPlgDeviceObjectImplement& operator=(const CPlgDeviceObjectImplement&) = delete;
+
+  // Session and identity.
+  int32_t OpenDevice(const DeviceLoginParam* param);
+  int32_t CloseDevice();
+  bool GetDeviceInfo(DeviceBasicInfo& out);
+  std::string GetDeviceAddress() const;
+  bool IsLoggedIn() const { return m_hLoginHandle != -1; }
+
+  // VAPIX requests with the device's credentials handed in by the caller.
+  bool SendHttpGetReqWithRsp(std::string& out, const std::string& url, const std::string& user,
+                             const std::string& password);
+  bool SendHttpPostReqWithRsp(std::string& out, const std::string& url, const std::string& body,
+                              const std::string& user, const std::string& password, const std::string& contentType);
+
+  // Configuration commands and the camera's disks.
+  int32_t GetConfigParam(uint32_t command, void* outBuffer, uint32_t length, void* extra);
+  int32_t SetConfigParam(uint32_t command, const void* inBuffer, uint32_t length, void* extra);
+  int32_t GetDevInfoParam(DeviceInfoParam* out);
+  int32_t GetDevVersionParam(DeviceVersionParam* out);
+  bool GetDeviceDiskList(std::vector<DiskEntry>& disks);
+
+  // Live stream (live_stream.cpp) and its delivery (stream_delivery.cpp).
+  int32_t StartStream(const PluginStreamRequest* request, PluginStreamDataCallback pfnDataCB, void* pUser);
+  int32_t StopStream();
+  static bool GetUrlParam(std::string& value, const std::string& url, const std::string& name);
+  static void PullDataCallback(int32_t clientId, int32_t dataType, const uint8_t* pData, int32_t dataLen, void* user);
+  static void PullMsgCallback(int32_t clientId, int32_t msgType, const char* pszMsg, int32_t msgLen, void* user);
+  static bool OpenTransBySDP(CPlgDeviceObjectImplement* pStream, const char* sdp, int32_t sdpLength);
+  static void TransDataFun(const MUXC_OutputUnit* pstDataInfo, void* user);
+  static void MUXCGlobalTimeFun(const MUXC_GlobalTime* pGlobalTime, void* user);
+  // Playback (playback.cpp).
+  static void CheckFileEnd(CPlgDeviceObjectImplement* pStream, const PluginGlobalTime* pGlobalTime);
+
+  // Named Unsupport answers of the stream table.
+  int32_t GetVideoParam();
+  int32_t SetVideoParam();
+  int32_t StartVoiceTalk(const PluginTalkRequest* request);
+  int32_t StopVoiceTalk();
+
+  const DeviceLoginParam& LoginParam() const { return m_stLoginParam; }
+
+ private:
+  // Creates, wires and opens a media client session; on failure nothing is left behind.
+  bool OpenMediaSession(const std::string& sessionUrl, const std::string& logUrl);
+  // Pauses delivery, closes and destroys the session, releases the repackager.
+  void CloseMediaSession();
+  void ForgetMediaSession();
+  void ReleaseTransform();
+  void DeliverEndBlock();
+
+  std::string User() const;
+  std::string Password() const;
+
+  // 1. Open parameters, copied from the platform.
+  DeviceLoginParam m_stLoginParam{};
+  // 2-6. Playback span and stream state.
+  std::string m_strPlaybackStartUtc;
+  std::string m_strPlaybackEndUtc;
+  PluginGlobalTime m_stPlaybackStartTime{};
+  PluginGlobalTime m_stPlaybackEndTime{};
+  std::atomic<bool> m_bPlayback{false};
+  // Read by the media threads without the stream lock; 1 = paused.
+  std::atomic<int32_t> m_nPaused{0};
+  [[maybe_unused]] double m_dScale = 1.0;
+  // 7-10. Media client session and delivery.
+  std::atomic<int32_t> m_nClientId{-1};
+  void* m_pStreamUser = nullptr;
+  std::string m_strStreamUrl;  // without credentials
+  std::atomic<PluginStreamDataCallback> m_pfnStreamDataCB{nullptr};
+  void* m_hTransHandle = nullptr;
+  // 11. -1 until OpenDevice succeeds, then 1.
+  int32_t m_hLoginHandle = -1;
+  // 12. PTZ state.
+  [[maybe_unused]] int32_t m_nCurrentZoom = 0;
+  [[maybe_unused]] int32_t m_nCurrentFocus = 0;
+  [[maybe_unused]] int32_t m_nCurrentIris = 0;
+  // 13. Alarm callback.
+  [[maybe_unused]] PluginAlarmCallback m_pfnAlarmCB = nullptr;
+  [[maybe_unused]] void* m_pAlarmUser = nullptr;
+  // 14-15. Recording search.
+  [[maybe_unused]] bool m_bSearchStarted = false;
+  [[maybe_unused]] uint64_t m_nSearchCursor = 0;
+  std::vector<RecordingInfo> m_vecRecordings;
+  // 16. Locks: record search; stream (also guards the recording profile name).
+  kor::CMutex m_searchLock;
+  kor::CMutex m_streamLock;
+  // 17. Stream profile that scheduled recording uses.
+  std::string m_strRecordProfileName;
+  // 18. Held by a schedule write from removal to the end of creation.
+  kor::CMutex m_scheduleLock;
+};

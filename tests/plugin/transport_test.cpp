@@ -1,0 +1,116 @@
+// The VAPIX request rules: which answers count as success for GET and POST,
+// redirects, and what reaches the log.
+#include <gtest/gtest.h>
+
+#include "LogCapture.h"
+#include "PluginTestSupport.h"
+#include "axis_device_object_implement.h"
+
+namespace {
+
+class Transport : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_camera = StartCamera(HttpOnlyCamera());
+    ASSERT_TRUE(m_camera);
+    m_base = "http://" + m_camera->Config().address + ":" + std::to_string(m_camera->HttpPort());
+  }
+  bool Get(std::string& out, const std::string& path) {
+    return m_device.SendHttpGetReqWithRsp(out, m_base + path, m_camera->Config().user, m_camera->Config().password);
+  }
+  bool Post(std::string& out, const std::string& path, const std::string& body) {
+    return m_device.SendHttpPostReqWithRsp(out, m_base + path, body, m_camera->Config().user,
+                                           m_camera->Config().password, "application/json");
+  }
+  void Answer(const std::string& path, int status, const std::string& body,
+              std::map<std::string, std::string> headers = {}) {
+    m_camera->Script(path, camsim::ScriptedAnswer{status, "text/plain", body, std::move(headers)});
+  }
+
+  std::unique_ptr<camsim::Camera> m_camera;
+  std::string m_base;
+  CPlgDeviceObjectImplement m_device;
+};
+
+}  // namespace
+
+TEST_F(Transport, GetAccepts200WithBodyAnd204) {
+  Answer("/axis-cgi/ok.cgi", 200, "answer");
+  Answer("/axis-cgi/nocontent.cgi", 204, "");
+  std::string out = "before";
+  EXPECT_TRUE(Get(out, "/axis-cgi/ok.cgi"));
+  EXPECT_EQ(out, "answer");
+  out = "untouched";
+  EXPECT_TRUE(Get(out, "/axis-cgi/nocontent.cgi"));
+  EXPECT_EQ(out, "untouched");
+}
+
+TEST_F(Transport, EmptyBodiesAndErrorStatusesFail) {
+  LogCapture log;
+  Answer("/axis-cgi/empty.cgi", 200, "");
+  Answer("/axis-cgi/missing.cgi", 404, "Not here");
+  Answer("/axis-cgi/broken.cgi", 500, "Internal trouble");
+  std::string out;
+  EXPECT_FALSE(Get(out, "/axis-cgi/empty.cgi"));
+  EXPECT_FALSE(Post(out, "/axis-cgi/empty.cgi", "{}"));
+  EXPECT_FALSE(Get(out, "/axis-cgi/missing.cgi"));
+  EXPECT_TRUE(log.Contains("]Get send failed, rsp-code[404], rsp-url[" + m_base + "/axis-cgi/missing.cgi], "
+                           "rsp-data[Not here].["))
+      << log.All();
+  EXPECT_FALSE(Post(out, "/axis-cgi/broken.cgi", "{}"));
+  EXPECT_TRUE(log.Contains("rsp-code[500], rsp-url[" + m_base + "/axis-cgi/broken.cgi], rsp-data[Internal trouble]"))
+      << log.All();
+  // A POST answered 204 fails: only GET knows the no-content rule.
+  Answer("/axis-cgi/nocontent.cgi", 204, "");
+  EXPECT_FALSE(Post(out, "/axis-cgi/nocontent.cgi", "{}"));
+  EXPECT_TRUE(out.empty());
+}
+
+TEST_F(Transport, GetFollowsRedirectsPostDoesNot) {
+  Answer("/axis-cgi/target.cgi", 200, "arrived");
+  Answer("/axis-cgi/moved.cgi", 302, "", {{"Location", m_base + "/axis-cgi/target.cgi"}});
+  std::string out;
+  EXPECT_TRUE(Get(out, "/axis-cgi/moved.cgi"));
+  EXPECT_EQ(out, "arrived");
+  auto requests = m_camera->Requests();
+  ASSERT_GE(requests.size(), 2u);
+  EXPECT_EQ(requests.back().path, "/axis-cgi/target.cgi");
+  EXPECT_EQ(requests.back().method, "GET");
+
+  LogCapture log;
+  m_camera->ClearRequests();
+  out.clear();
+  EXPECT_FALSE(Post(out, "/axis-cgi/moved.cgi", "{\"method\":\"x\"}"));
+  EXPECT_TRUE(log.Contains("rsp-code[302]")) << log.All();
+  for (const auto& request : m_camera->Requests()) EXPECT_NE(request.path, "/axis-cgi/target.cgi");
+}
+
+TEST_F(Transport, PostSendsBodyAndContentTypeWithDigest) {
+  Answer("/axis-cgi/echo.cgi", 200, "ok");
+  std::string out;
+  const std::string body = std::string("{\"a\":\"\xc3\xa9\",\"b\":\"") + std::string(3000, 'x') + "\"}";
+  ASSERT_TRUE(Post(out, "/axis-cgi/echo.cgi", body));
+  const auto requests = m_camera->Requests();
+  ASSERT_FALSE(requests.empty());
+  EXPECT_EQ(requests.back().body, body);
+  EXPECT_EQ(requests.back().headers.at("content-type"), "application/json");
+  EXPECT_NE(requests.back().headers.at("authorization").find("Digest "), std::string::npos);
+}
+
+TEST_F(Transport, NoCredentialsMeansNoAuthentication) {
+  LogCapture log;
+  std::string out;
+  EXPECT_FALSE(m_device.SendHttpGetReqWithRsp(out, m_base + "/axis-cgi/basicdeviceinfo.cgi", "root", ""));
+  EXPECT_TRUE(log.Contains("rsp-code[401]")) << log.All();
+  const auto requests = m_camera->Requests();
+  ASSERT_FALSE(requests.empty());
+  EXPECT_EQ(requests.back().headers.count("authorization"), 0u);
+}
+
+TEST_F(Transport, EmptyUrlIsRefusedBeforeAnyRequest) {
+  LogCapture log;
+  std::string out;
+  EXPECT_FALSE(m_device.SendHttpGetReqWithRsp(out, "", "root", "pass"));
+  EXPECT_TRUE(log.Contains("]curl send failed, handle or url is null")) << log.All();
+  EXPECT_TRUE(log.Contains("[CHttpClientCurl::GetSend]")) << log.All();
+}

@@ -1,0 +1,50 @@
+// HostCommand.h - what every plugin-host command gets, and how a command
+// registers itself (one source file per command).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "PluginLoader.h"
+
+struct CameraTarget {
+  std::string host;
+  uint16_t httpPort = 80;
+  std::string user;
+  std::string password;
+  bool simulated = false;  // the embedded simulator serves it
+};
+
+struct HostContext {
+  PluginLoader& plugin;
+  CameraTarget camera;
+  std::map<std::string, std::string> options;  // command options: --seconds 5 -> {"seconds","5"}
+
+  std::string Option(const std::string& name, const std::string& fallback) const {
+    auto found = options.find(name);
+    return found == options.end() ? fallback : found->second;
+  }
+  DeviceLoginParam LoginParam() const;
+};
+
+// A command returns the process exit code (0 success).
+using HostCommandFunction = std::function<int(HostContext&)>;
+
+struct HostCommandInfo {
+  std::string name;
+  std::string usage;
+  std::string help;
+  HostCommandFunction run;
+};
+
+std::map<std::string, HostCommandInfo>& HostCommands();
+
+struct HostCommandRegistration {
+  explicit HostCommandRegistration(HostCommandInfo info);
+};
+
+// Opens the camera through the plug-in's "common" table; prints the outcome.
+bool OpenCamera(HostContext& context, PluginDeviceHandle handle);
