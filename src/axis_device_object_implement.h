@@ -80,6 +80,9 @@ class CPlgDeviceObjectImplement {
   static void TransDataFun(const MUXC_OutputUnit* pstDataInfo, void* user);
   static void MUXCGlobalTimeFun(const MUXC_GlobalTime* pGlobalTime, void* user);
   // Playback (playback.cpp).
+  int32_t PauseStream();
+  int32_t ResumeStream();
+  int32_t SetStreamScale(double fScale);
   static void CheckFileEnd(CPlgDeviceObjectImplement* pStream, const PluginGlobalTime* pGlobalTime);
 
   // Named Unsupport answers of the stream table.
@@ -98,6 +101,7 @@ class CPlgDeviceObjectImplement {
   void ForgetMediaSession();
   void ReleaseTransform();
   void DeliverEndBlock();
+  bool ChangeSessionStatus(int32_t kind, double speed);
 
   std::string User() const;
   std::string Password() const;
@@ -112,7 +116,7 @@ class CPlgDeviceObjectImplement {
   std::atomic<bool> m_bPlayback{false};
   // Read by the media threads without the stream lock; 1 = paused.
   std::atomic<int32_t> m_nPaused{0};
-  [[maybe_unused]] double m_dScale = 1.0;
+  double m_dScale = 1.0;
   // 7-10. Media client session and delivery.
   std::atomic<int32_t> m_nClientId{-1};
   void* m_pStreamUser = nullptr;

@@ -246,15 +246,18 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBackEx(PluginDeviceHandle h
 NETCAM_API void NETCAM_CALL DeviceObject_StopPlayBack(PluginDeviceHandle /*handle*/) {}
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_PauseStream(PluginDeviceHandle handle) {
-  return handle == nullptr ? NETCAM_FAIL : NETCAM_NOT_SUPPORTED;
+  if (handle == nullptr) return NETCAM_FAIL;
+  return Device(handle)->PauseStream();
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_ResumeStream(PluginDeviceHandle handle) {
-  return handle == nullptr ? NETCAM_FAIL : NETCAM_NOT_SUPPORTED;
+  if (handle == nullptr) return NETCAM_FAIL;
+  return Device(handle)->ResumeStream();
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_SetStreamScale(PluginDeviceHandle handle, double /*scale*/) {
-  return handle == nullptr ? NETCAM_FAIL : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_SetStreamScale(PluginDeviceHandle handle, double scale) {
+  if (handle == nullptr) return NETCAM_FAIL;
+  return Device(handle)->SetStreamScale(scale);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SeekStreamByRelTime(PluginDeviceHandle handle, int32_t /*seconds*/) {
