@@ -11,6 +11,12 @@ namespace {
 // The order of the tour; commands not built into this host are skipped.
 const std::vector<std::string> kTourOrder = {"info", "live"};
 
+// Short, self-contained settings for each step of the tour.
+std::map<std::string, std::string> TourOptions(const std::string& command) {
+  if (command == "live") return {{"seconds", "3"}, {"output", "tour-live.mpg"}, {"codec", "h264"}};
+  return {};
+}
+
 int PrintDiscovery(HostContext& context) {
   const ZPLUGIN_Interface& record = context.plugin.Record();
   std::printf("plug-in version %s\n", record.GetVersion());
@@ -38,7 +44,7 @@ int RunTour(HostContext& context) {
     auto found = HostCommands().find(name);
     if (found == HostCommands().end()) continue;
     std::printf("== %s\n", name.c_str());
-    HostContext step{context.plugin, context.camera, {}};
+    HostContext step{context.plugin, context.camera, TourOptions(name)};
     const int result = found->second.run(step);
     std::printf("-- %s: %s\n", name.c_str(), result == 0 ? "ok" : "FAILED");
     if (result != 0) ++failures;

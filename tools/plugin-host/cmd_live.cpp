@@ -1,0 +1,143 @@
+// plugin-host live: asks the plug-in for the camera's live video and writes the
+// HEAD and DATA blocks to a file (an MPEG-2 Program Stream any player opens).
+//   live [--seconds N] [--output FILE.mpg] [--codec h264|h265] [--channel C]
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "HostCommand.h"
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+
+void OnInterrupt(int) { g_interrupted = true; }
+
+// Receives the blocks on the plug-in's threads.
+struct LiveSink {
+  std::mutex mutex;  // orders file writes
+  FILE* file = nullptr;
+  bool writeFailed = false;
+  std::atomic<uint64_t> infoBlocks{0}, headBlocks{0}, dataBlocks{0}, endBlocks{0}, bytes{0};
+
+  static int32_t OnBlock(void* /*handle*/, int32_t type, const PluginStreamBlock* block, void* user) {
+    auto* sink = static_cast<LiveSink*>(user);
+    switch (type) {
+      case PLUGIN_STREAM_INFO: ++sink->infoBlocks; return 0;
+      case PLUGIN_STREAM_END: ++sink->endBlocks; return 0;
+      case PLUGIN_STREAM_HEAD: ++sink->headBlocks; break;
+      case PLUGIN_STREAM_DATA: ++sink->dataBlocks; break;
+      default: return 0;
+    }
+    if (block == nullptr || block->data == nullptr || block->length == 0) return 0;
+    sink->bytes += block->length;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    if (sink->file != nullptr && std::fwrite(block->data, 1, block->length, sink->file) != block->length)
+      sink->writeFailed = true;
+    return 0;
+  }
+};
+
+void PrintProgress(const LiveSink& sink, double elapsed, bool terminal) {
+  const double kbit = elapsed > 0 ? static_cast<double>(sink.bytes) * 8.0 / 1000.0 / elapsed : 0.0;
+  std::printf("%s%6.1f s  %6llu frames  %8.0f kbit/s%s", terminal ? "\r" : "", elapsed,
+              static_cast<unsigned long long>(sink.dataBlocks.load()), kbit, terminal ? "" : "\n");
+  std::fflush(stdout);
+}
+
+int RunLive(HostContext& context) {
+  const double seconds = std::atof(context.Option("seconds", "5").c_str());
+  const std::string output = context.Option("output", "live.mpg");
+  const std::string codec = context.Option("codec", "h264");
+  const int channel = std::atoi(context.Option("channel", "0").c_str());
+  if (seconds <= 0 || (codec != "h264" && codec != "h265") || channel < 0) {
+    std::fprintf(stderr, "plugin-host live: --seconds > 0, --codec h264|h265, --channel >= 0\n");
+    return 64;
+  }
+  const auto* stream = context.plugin.Query<PluginStreamTable>("stream");
+  if (stream == nullptr) {
+    std::fprintf(stderr, "plugin-host: the plug-in has no \"stream\" table\n");
+    return 1;
+  }
+  DeviceInstance device(context.plugin);
+  if (device.Handle() == nullptr || !OpenCamera(context, device.Handle())) return 2;
+
+  LiveSink sink;
+  sink.file = std::fopen(output.c_str(), "wb");
+  if (sink.file == nullptr) {
+    std::fprintf(stderr, "plugin-host: cannot write %s\n", output.c_str());
+    return 73;
+  }
+  const std::string params = "videoencoding=" + codec;
+  PluginStreamRequest request{};
+  request.address = context.camera.host.c_str();
+  request.port = context.camera.httpPort;
+  request.channel = channel;
+  request.user = context.camera.user.c_str();
+  request.password = context.camera.password.c_str();
+  request.params = params.c_str();
+
+  g_interrupted = false;
+  auto previousInt = std::signal(SIGINT, OnInterrupt);
+  auto previousTerm = std::signal(SIGTERM, OnInterrupt);
+  const auto started = std::chrono::steady_clock::now();
+  const int32_t result = stream->StartStream(device.Handle(), &request, &LiveSink::OnBlock, &sink);
+  int exitCode = 0;
+  if (result != 0) {
+    std::fprintf(stderr, "plugin-host: StartStream failed (%d); see the plug-in's log\n", result);
+    exitCode = 3;
+  } else {
+    const bool terminal = isatty(STDOUT_FILENO) != 0;
+    double elapsed = 0;
+    auto lastProgress = started;
+    while (!g_interrupted && sink.endBlocks == 0 && elapsed < seconds) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      const auto now = std::chrono::steady_clock::now();
+      elapsed = std::chrono::duration<double>(now - started).count();
+      if (now - lastProgress >= std::chrono::seconds(terminal ? 0 : 1)) {
+        PrintProgress(sink, elapsed, terminal);
+        lastProgress = now;
+      }
+    }
+    stream->StopStream(device.Handle());
+    if (terminal) std::printf("\n");
+    if (g_interrupted) std::printf("interrupted\n");
+    if (sink.endBlocks > 0) std::printf("the camera ended the stream\n");
+  }
+  std::signal(SIGINT, previousInt);
+  std::signal(SIGTERM, previousTerm);
+  {
+    std::lock_guard<std::mutex> lock(sink.mutex);
+    std::fclose(sink.file);
+    sink.file = nullptr;
+  }
+  std::printf("blocks: info %llu, head %llu, data %llu, end %llu; %llu bytes written to %s\n",
+              static_cast<unsigned long long>(sink.infoBlocks.load()),
+              static_cast<unsigned long long>(sink.headBlocks.load()),
+              static_cast<unsigned long long>(sink.dataBlocks.load()),
+              static_cast<unsigned long long>(sink.endBlocks.load()), static_cast<unsigned long long>(sink.bytes.load()),
+              output.c_str());
+  if (sink.writeFailed) {
+    std::fprintf(stderr, "plugin-host: writing %s failed\n", output.c_str());
+    return 74;
+  }
+  if (exitCode == 0 && (sink.headBlocks == 0 || sink.dataBlocks == 0)) {
+    std::fprintf(stderr, "plugin-host: no video arrived\n");
+    exitCode = 4;
+  }
+  const auto* common = context.plugin.Query<PluginCommonTable>("common");
+  common->CloseDevice(device.Handle());
+  return exitCode;
+}
+
+const HostCommandRegistration kLive({"live", "live [--seconds N] [--output FILE.mpg] [--codec h264|h265] [--channel C]",
+                                     "write the camera's live video to a Program Stream file", RunLive});
+
+}  // namespace
