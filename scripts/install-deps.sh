@@ -14,6 +14,7 @@ PACKAGES=(
   gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-tools
   libgtest-dev libgmock-dev libbenchmark-dev
   ffmpeg iproute2 util-linux
+  libjpeg-dev
 )
 
 missing=()

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "camera_sim/RtspServer.h"  // RecordingClip
+
 namespace camsim {
 
 struct CameraConfig {
@@ -97,6 +99,19 @@ class Camera {
 
   // Changes the credentials at run time (e.g. to test a 16-character password).
   void SetCredentials(const std::string& user, const std::string& password);
+
+  // The recording catalogue (record/list.cgi, and the RTSP side's recordings).
+  // A clip with stopUtc 0 is still being recorded: it is listed with an empty
+  // stop time and plays up to the present.
+  void SetRecordings(std::vector<RecordingClip> recordings);
+  std::vector<RecordingClip> Recordings() const;
+
+  // Posts one motion alarm to CameraConfig::eventUrl from the camera's own
+  // address. False when there is no URL or the post was not answered with 2xx.
+  bool PostMotionAlarm();
+
+  // The bound RTSP port; 0 without an RTSP server.
+  uint16_t RtspPort() const;
 
  private:
   struct Impl;

@@ -1,0 +1,58 @@
+// CameraTestSupport.h - a simulated camera on its own loopback address, and a
+// small libcurl client that talks to it the way the plug-in does.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "camera_sim/Camera.h"
+
+namespace camsim_test {
+
+struct Reply {
+  long status = 0;   // 0: no HTTP answer at all
+  int curlCode = 0;  // CURLcode
+  std::string body;
+  std::string contentType;
+  std::string location;
+  std::string headers;  // the raw response header lines
+};
+
+enum class Auth { None, Digest, Any };
+
+struct RequestOptions {
+  std::string user = "root";
+  std::string password = "pass";
+  Auth auth = Auth::Digest;
+  std::string contentType;  // sent only when non-empty
+  bool followRedirects = false;
+  long timeoutSeconds = 30;  // an upper bound against hangs, never a measurement
+};
+
+Reply Get(const std::string& url, const RequestOptions& options = {});
+Reply Post(const std::string& url, const std::string& body, const RequestOptions& options = {});
+
+// Every test gets a fresh camera on an address of its own.
+class CameraTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  // Replaces the running camera with one made from `config` (address and ports are filled in).
+  void Restart(camsim::CameraConfig config);
+  std::string Url(const std::string& pathAndQuery) const;
+
+  // Shorthands with the default credentials; POSTs use CURLAUTH_ANY as the plug-in does.
+  Reply GetPath(const std::string& pathAndQuery) { return Get(Url(pathAndQuery)); }
+  Reply PostPath(const std::string& path, const std::string& body) {
+    RequestOptions options;
+    options.auth = Auth::Any;
+    return Post(Url(path), body, options);
+  }
+
+  camsim::CameraConfig config_;
+  std::unique_ptr<camsim::Camera> camera_;
+};
+
+}  // namespace camsim_test

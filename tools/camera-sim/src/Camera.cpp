@@ -1,0 +1,370 @@
+#include "camera_sim/Camera.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+#include <random>
+
+#include "AlarmPoster.h"
+#include "CameraState.h"
+#include "DigestAuth.h"
+#include "HttpServer.h"
+#include "Router.h"
+#include "TimeText.h"
+#include "evlog.h"
+
+namespace camsim {
+
+namespace {
+
+constexpr const char* kLogModule = "camera-sim";
+constexpr size_t kMaxLoggedRequests = 10000;  // the program runs for days; tests stay far below
+
+int64_t HostNowUtc() {
+  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+HttpResponse UnauthorizedAnswer(const std::string& path, const std::string& challenge) {
+  HttpResponse answer =
+      TextAnswer(401,
+                 "<HTML><HEAD><TITLE>401 Unauthorized</TITLE></HEAD>\n<BODY><H1>401 Unauthorized</H1>\n"
+                 "Your client does not have permission to get URL " +
+                     path + " from this server.\n</BODY></HTML>\n",
+                 "text/html");
+  answer.headers["WWW-Authenticate"] = challenge;
+  return answer;
+}
+
+std::string GarbageBytes() {
+  std::mt19937 random(std::random_device{}());
+  std::string bytes(512, '\0');
+  for (char& c : bytes) c = static_cast<char>(random() & 0xff);
+  return bytes;
+}
+
+}  // namespace
+
+struct Camera::Impl {
+  struct ActiveFault {
+    std::string prefix;
+    Fault fault;
+  };
+
+  explicit Impl(CameraConfig cfg)
+      : config(std::move(cfg)),
+        state(DefaultState(config.serial, HostNowUtc()), config.stateDir),
+        auth("AXIS_" + config.serial) {}
+
+  CameraConfig config;
+  CameraState state;
+  DigestAuthenticator auth;
+  std::unique_ptr<HttpServer> http;
+  std::atomic<uint16_t> httpPort{0};  // read by the server's threads (redirects)
+#ifdef CAMSIM_HAVE_RTSP
+  std::unique_ptr<RtspServer> rtsp;
+#endif
+
+  mutable std::mutex credentialsMutex;  // config.user and config.password change at run time
+  mutable std::mutex scriptMutex;
+  std::vector<std::pair<std::string, ScriptedAnswer>> scripts;
+  std::vector<ActiveFault> faults;
+  mutable std::mutex logMutex;
+  std::vector<ReceivedRequest> requests;
+
+  std::mutex stopMutex;
+  std::condition_variable stopSignal;
+  bool stopping = false;
+
+  std::pair<std::string, std::string> Credentials() const {
+    std::lock_guard<std::mutex> lock(credentialsMutex);
+    return {config.user, config.password};
+  }
+
+  std::optional<RecordingClip> FindRecording(const std::string& id) {
+    const int64_t now = state.CameraNowUtc();
+    return state.Read([&](const StateData& s) -> std::optional<RecordingClip> {
+      for (const auto& clip : s.recordings) {
+        if (clip.id != id) continue;
+        RecordingClip found = clip;
+        if (found.stopUtc == 0) found.stopUtc = std::max(now, found.startUtc);
+        return found;
+      }
+      return std::nullopt;
+    });
+  }
+
+  // The fault for this path, counting it as used; nullopt when none applies.
+  std::optional<Fault> TakeFault(const std::string& path) {
+    std::lock_guard<std::mutex> lock(scriptMutex);
+    for (auto it = faults.rbegin(); it != faults.rend(); ++it) {
+      if (!StartsWith(path, it->prefix) || it->fault.times == 0) continue;
+      Fault fault = it->fault;
+      if (it->fault.times > 0) --it->fault.times;
+      return fault;
+    }
+    return std::nullopt;
+  }
+
+  std::optional<ScriptedAnswer> FindScript(const std::string& path) const {
+    std::lock_guard<std::mutex> lock(scriptMutex);
+    for (auto it = scripts.rbegin(); it != scripts.rend(); ++it) {
+      if (StartsWith(path, it->first)) return it->second;
+    }
+    return std::nullopt;
+  }
+
+  // Waits, but gives up as soon as the camera stops. True when the full delay passed.
+  bool Wait(std::chrono::milliseconds delay) {
+    std::unique_lock<std::mutex> lock(stopMutex);
+    return !stopSignal.wait_for(lock, delay, [&] { return stopping; });
+  }
+
+  HttpResponse Respond(HttpRequest& request) {
+    if (request.bodyTooLarge) {
+      evlog_write(EVLOG_WARN, kLogModule, "%s %s: body over %zu bytes refused (413)", request.method.c_str(),
+                  request.path.c_str(), config.maxBodyBytes);
+      return TextAnswer(413,
+                        "<HTML><HEAD><TITLE>413 Request Entity Too Large</TITLE></HEAD>\n"
+                        "<BODY><H1>413 Request Entity Too Large</H1>\n</BODY></HTML>\n",
+                        "text/html");
+    }
+    if (NeedsAuthentication(request.path)) {
+      const auto [user, password] = Credentials();
+      const DigestVerdict verdict =
+          auth.Verify(request.method, request.path, request.Header("authorization"), user, password);
+      if (verdict != DigestVerdict::Accepted) {
+        // A missing header is the first leg of every Digest exchange; anything else is worth a line.
+        if (verdict != DigestVerdict::Missing) {
+          evlog_write(EVLOG_INFO, kLogModule, "%s %s: authentication refused (%s)", request.method.c_str(),
+                      request.path.c_str(), ToString(verdict));
+        }
+        const bool stale = verdict == DigestVerdict::StaleNonce || verdict == DigestVerdict::UnknownNonce;
+        return UnauthorizedAnswer(request.path, auth.Challenge(stale));
+      }
+    }
+
+    if (auto fault = TakeFault(request.path)) {
+      switch (fault->kind) {
+        case Fault::Kind::Status:
+          return TextAnswer(fault->status, fault->body);
+        case Fault::Kind::EmptyBody:
+          return TextAnswer(200, "");
+        case Fault::Kind::Delay:
+          if (!Wait(fault->delay)) {
+            HttpResponse dropped;
+            dropped.drop = true;
+            return dropped;
+          }
+          break;  // then the normal answer
+        case Fault::Kind::Redirect: {
+          HttpResponse answer = TextAnswer(302, "", "text/html");
+          answer.headers["Location"] =
+              StartsWith(fault->location, "/")
+                  ? "http://" + config.address + ":" + std::to_string(httpPort.load()) + fault->location
+                  : fault->location;
+          return answer;
+        }
+        case Fault::Kind::Garbage:
+          return TextAnswer(200, fault->body.empty() ? GarbageBytes() : fault->body, "application/octet-stream");
+        case Fault::Kind::Huge: {
+          HttpResponse answer = TextAnswer(200, "");
+          answer.fillerBytes = fault->size;
+          return answer;
+        }
+        case Fault::Kind::Drop: {
+          HttpResponse dropped;
+          dropped.drop = true;
+          return dropped;
+        }
+      }
+    }
+
+    if (auto script = FindScript(request.path)) {
+      HttpResponse answer = TextAnswer(script->status, script->body, script->contentType);
+      answer.headers = script->headers;
+      return answer;
+    }
+
+    if (EndpointHandler handler = FindEndpoint(request.path)) {
+      EndpointContext context{config, state};
+      return handler(request, context);
+    }
+    return NotFoundAnswer(request.path);
+  }
+
+  HttpResponse Handle(HttpRequest& request) {
+    HttpResponse answer = Respond(request);
+    ReceivedRequest received;
+    received.method = request.method;
+    received.path = request.path;
+    received.query = request.query;
+    received.headers = request.headers;
+    received.body = request.body;
+    received.status = answer.drop ? 0 : answer.status;
+    std::lock_guard<std::mutex> lock(logMutex);
+    if (requests.size() >= kMaxLoggedRequests) requests.erase(requests.begin());
+    requests.push_back(std::move(received));
+    return answer;
+  }
+};
+
+Camera::Camera(CameraConfig config) : m_impl(std::make_unique<Impl>(std::move(config))) {}
+
+Camera::~Camera() { Stop(); }
+
+bool Camera::Start(std::string* error) {
+  if (m_impl->http) return true;
+  auto fail = [&](const std::string& message) {
+    if (error != nullptr) *error = message;
+    evlog_write(EVLOG_ERROR, kLogModule, "%s", message.c_str());
+    return false;
+  };
+  {
+    std::lock_guard<std::mutex> lock(m_impl->stopMutex);
+    m_impl->stopping = false;
+  }
+  const CameraConfig& config = m_impl->config;
+  if (!config.stateDir.empty()) {
+    std::error_code ec;
+    std::filesystem::create_directories(config.stateDir, ec);
+    if (ec) return fail("cannot create the state directory " + config.stateDir + ": " + ec.message());
+    std::string loadError;
+    if (!m_impl->state.Load(&loadError)) return fail(loadError);
+  }
+
+  HttpServer::Options options;
+  options.address = config.address;
+  options.port = config.httpPort;
+  options.maxBodyBytes = config.maxBodyBytes;
+  Impl* impl = m_impl.get();
+  auto server = std::make_unique<HttpServer>(options, [impl](HttpRequest& request) { return impl->Handle(request); });
+  std::string httpError;
+  if (!server->Start(&httpError)) {
+    if (error != nullptr) *error = "HTTP: " + httpError;
+    return false;
+  }
+  m_impl->httpPort = server->Port();
+  m_impl->http = std::move(server);
+
+  if (config.rtspPort != 0) {
+#ifdef CAMSIM_HAVE_RTSP
+    const auto [user, password] = m_impl->Credentials();
+    RtspConfig rtspConfig;
+    rtspConfig.address = config.address;
+    rtspConfig.port = config.rtspPort;
+    rtspConfig.user = user;
+    rtspConfig.password = password;
+    rtspConfig.serial = config.serial;
+    rtspConfig.findRecording = [impl](const std::string& id) { return impl->FindRecording(id); };
+    auto rtsp = std::make_unique<RtspServer>(rtspConfig);
+    std::string rtspError;
+    if (!rtsp->Start(&rtspError)) {
+      m_impl->http->Stop();
+      m_impl->http.reset();
+      if (error != nullptr) *error = "RTSP: " + rtspError;
+      return false;
+    }
+    m_impl->rtsp = std::move(rtsp);
+#else
+    evlog_write(EVLOG_WARN, kLogModule, "built without the RTSP server; RTSP port %u is not served",
+                static_cast<unsigned>(config.rtspPort));
+#endif
+  }
+  evlog_write(EVLOG_INFO, kLogModule, "camera %s (%s) serving HTTP on %s:%u", config.serial.c_str(),
+              config.model.c_str(), config.address.c_str(), static_cast<unsigned>(HttpPort()));
+  return true;
+}
+
+void Camera::Stop() {
+  {
+    std::lock_guard<std::mutex> lock(m_impl->stopMutex);
+    m_impl->stopping = true;
+  }
+  m_impl->stopSignal.notify_all();
+#ifdef CAMSIM_HAVE_RTSP
+  if (m_impl->rtsp) {
+    m_impl->rtsp->Stop();
+    m_impl->rtsp.reset();
+  }
+#endif
+  if (m_impl->http) {
+    m_impl->http->Stop();
+    m_impl->http.reset();
+  }
+}
+
+const CameraConfig& Camera::Config() const { return m_impl->config; }
+
+uint16_t Camera::HttpPort() const { return m_impl->http ? m_impl->http->Port() : 0; }
+
+uint16_t Camera::RtspPort() const {
+#ifdef CAMSIM_HAVE_RTSP
+  return m_impl->rtsp ? m_impl->rtsp->Port() : 0;
+#else
+  return 0;
+#endif
+}
+
+void Camera::Script(const std::string& pathPrefix, ScriptedAnswer answer) {
+  std::lock_guard<std::mutex> lock(m_impl->scriptMutex);
+  m_impl->scripts.emplace_back(pathPrefix, std::move(answer));
+}
+
+void Camera::InjectFault(const std::string& pathPrefix, Fault fault) {
+  std::lock_guard<std::mutex> lock(m_impl->scriptMutex);
+  m_impl->faults.push_back(Impl::ActiveFault{pathPrefix, std::move(fault)});
+}
+
+void Camera::ClearScripts() {
+  std::lock_guard<std::mutex> lock(m_impl->scriptMutex);
+  m_impl->scripts.clear();
+  m_impl->faults.clear();
+}
+
+std::vector<ReceivedRequest> Camera::Requests() const {
+  std::lock_guard<std::mutex> lock(m_impl->logMutex);
+  return m_impl->requests;
+}
+
+void Camera::ClearRequests() {
+  std::lock_guard<std::mutex> lock(m_impl->logMutex);
+  m_impl->requests.clear();
+}
+
+void Camera::SetCredentials(const std::string& user, const std::string& password) {
+  std::lock_guard<std::mutex> lock(m_impl->credentialsMutex);
+  m_impl->config.user = user;
+  m_impl->config.password = password;
+}
+
+void Camera::SetRecordings(std::vector<RecordingClip> recordings) {
+  m_impl->state.Modify([&](StateData& s) { s.recordings = std::move(recordings); });
+}
+
+std::vector<RecordingClip> Camera::Recordings() const {
+  return m_impl->state.Read([](const StateData& s) { return s.recordings; });
+}
+
+bool Camera::PostMotionAlarm() {
+  const CameraConfig& config = m_impl->config;
+  if (config.eventUrl.empty()) {
+    evlog_write(EVLOG_WARN, kLogModule, "no event URL configured; motion alarm not posted");
+    return false;
+  }
+  const int64_t now = m_impl->state.CameraNowUtc();
+  const std::string body =
+      "Motion detected on " + config.model + " " + config.serial + " camera=1 time=" + FormatUtc(now, 0) + "\r\n";
+  std::string error;
+  if (!PostAlarm(config.eventUrl, config.address, body, &error)) {
+    evlog_write(EVLOG_WARN, kLogModule, "motion alarm to %s failed: %s", RedactUrl(config.eventUrl).c_str(),
+                error.c_str());
+    return false;
+  }
+  evlog_write(EVLOG_INFO, kLogModule, "motion alarm posted to %s", RedactUrl(config.eventUrl).c_str());
+  return true;
+}
+
+}  // namespace camsim
