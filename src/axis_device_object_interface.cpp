@@ -454,8 +454,8 @@ struct InterfaceMap {
 };
 
 InterfaceMap& ZPLUGIN_InterfaceMap() {
-  static InterfaceMap* map = new InterfaceMap();  // lives for the whole process
-  return *map;
+  static InterfaceMap map;  // lives until the module is unloaded
+  return map;
 }
 
 }  // namespace

@@ -54,24 +54,38 @@ struct LogState {
   }
 };
 
-LogState& State() {
-  static LogState* state = new LogState();  // never destroyed: logging may run during exit
-  return *state;
+// Set once the state is gone at exit or unload; lines written later are dropped.
+std::atomic<bool> g_stateDestroyed{false};
+
+struct LogStateHolder {
+  LogState state;
+  ~LogStateHolder() { g_stateDestroyed = true; }
+};
+
+LogState* State() {
+  static LogStateHolder holder;
+  return g_stateDestroyed ? nullptr : &holder.state;
 }
 
 }  // namespace
 
 extern "C" {
 
-int evlog_enabled(int level) { return level >= State().minLevel.load(std::memory_order_relaxed) ? 1 : 0; }
+int evlog_enabled(int level) {
+  LogState* state = State();
+  return state != nullptr && level >= state->minLevel.load(std::memory_order_relaxed) ? 1 : 0;
+}
 
-void evlog_set_level(int level) { State().minLevel.store(level, std::memory_order_relaxed); }
+void evlog_set_level(int level) {
+  if (LogState* state = State()) state->minLevel.store(level, std::memory_order_relaxed);
+}
 
 void evlog_set_sink(evlog_sink sink, void* user) {
-  LogState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
-  state.sink = sink;
-  state.sinkUser = user;
+  LogState* state = State();
+  if (state == nullptr) return;
+  std::lock_guard<std::mutex> lock(state->mutex);
+  state->sink = sink;
+  state->sinkUser = user;
 }
 
 void evlog_write(int level, const char* module, const char* format, ...) {
@@ -106,7 +120,9 @@ void evlog_write(int level, const char* module, const char* format, ...) {
     text = heapBuffer.c_str();
   }
 
-  LogState& state = State();
+  LogState* statePointer = State();
+  if (statePointer == nullptr) return;
+  LogState& state = *statePointer;
   std::lock_guard<std::mutex> lock(state.mutex);
   if (state.sink != nullptr) {
     state.sink(level, module != nullptr ? module : "", text, state.sinkUser);
