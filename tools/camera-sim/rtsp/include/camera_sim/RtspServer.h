@@ -31,6 +31,8 @@ struct RtspConfig {
   std::string serial = "B8A44F9D7D55";  // realm "AXIS_" + serial
   std::string mediaDir;    // where the encoded clips are; "" = the built-in default
   // Looks a recording up by id; empty when the camera has no such recording.
+  // Called on the server's own thread while a request waits: keep it quick and
+  // never wait there for a lock held while calling into RtspServer.
   std::function<std::optional<RecordingClip>(const std::string& id)> findRecording;
 };
 
