@@ -117,6 +117,9 @@ TEST_P(LiveStreamCodec, BlocksArriveInOrderAndFormAPlayableProgramStream) {
   const std::string expectedUrl = "url[rtsp://" + m_camera->Config().address +
                                   ":554/axis-media/media.amp?videocodec=" + codec.codecInUrl + "&camera=1]";
   EXPECT_TRUE(log.Contains("]StartStream begin, " + expectedUrl)) << log.All();
+  const std::vector<std::string> described = m_camera->RtspRequests();
+  ASSERT_EQ(described.size(), 1u);
+  EXPECT_EQ(described[0], std::string("/axis-media/media.amp?videocodec=") + codec.codecInUrl + "&camera=1");
   EXPECT_EQ(log.All().find(":" + m_camera->Config().password + "@"), std::string::npos) << "password in the log";
   std::remove(file.c_str());
 }
@@ -126,6 +129,15 @@ INSTANTIATE_TEST_SUITE_P(Codecs, LiveStreamCodec,
                                            CodecCase{"videoencoding=h265", "h265", "hevc"},
                                            CodecCase{"videoencoding=&x=y", "h264", "h264"}),
                          [](const auto& param) { return std::string(param.param.codecInUrl) + std::to_string(param.index); });
+
+TEST_F(LiveStream, ChannelSelectsTheCameraNumber) {
+  PluginStreamRequest request = Request("videoencoding=h264", 2);
+  ASSERT_EQ(DeviceObject_StartStream(m_device, &request, &StreamRecorder::Callback, &m_recorder), 0);
+  DeviceObject_StopStream(m_device);
+  const std::vector<std::string> described = m_camera->RtspRequests();
+  ASSERT_EQ(described.size(), 1u);
+  EXPECT_EQ(described[0], "/axis-media/media.amp?videocodec=h264&camera=3");
+}
 
 TEST_F(LiveStream, PausedStreamDeliversNoData) {
   PluginStreamRequest request = Request("");

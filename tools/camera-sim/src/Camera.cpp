@@ -300,6 +300,13 @@ const CameraConfig& Camera::Config() const { return m_impl->config; }
 
 uint16_t Camera::HttpPort() const { return m_impl->http ? m_impl->http->Port() : 0; }
 
+std::vector<std::string> Camera::RtspRequests() const {
+#ifdef CAMSIM_HAVE_RTSP
+  if (m_impl->rtsp) return m_impl->rtsp->DescribedUrls();
+#endif
+  return {};
+}
+
 uint16_t Camera::RtspPort() const {
 #ifdef CAMSIM_HAVE_RTSP
   return m_impl->rtsp ? m_impl->rtsp->Port() : 0;

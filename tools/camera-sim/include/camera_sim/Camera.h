@@ -112,6 +112,8 @@ class Camera {
 
   // The bound RTSP port; 0 without an RTSP server.
   uint16_t RtspPort() const;
+  // Path and query of every RTSP DESCRIBE the camera received.
+  std::vector<std::string> RtspRequests() const;
 
  private:
   struct Impl;

@@ -72,6 +72,25 @@ int CountClients(GstRTSPServer* server) {
   return count;
 }
 
+// The DESCRIBE requests received, for tests; they arrive on the loop thread.
+struct DescribeLog {
+  mutable std::mutex mutex;
+  std::vector<std::string> urls;
+};
+
+void OnDescribe(GstRTSPClient*, GstRTSPContext* ctx, gpointer user) {
+  auto* log = static_cast<DescribeLog*>(user);
+  if (ctx == nullptr || ctx->uri == nullptr) return;
+  std::string url = ctx->uri->abspath != nullptr ? ctx->uri->abspath : "";
+  if (ctx->uri->query != nullptr) url += std::string("?") + ctx->uri->query;
+  std::lock_guard<std::mutex> lock(log->mutex);
+  log->urls.push_back(std::move(url));
+}
+
+void OnClientConnected(GstRTSPServer*, GstRTSPClient* client, gpointer user) {
+  g_signal_connect(client, "describe-request", G_CALLBACK(OnDescribe), user);
+}
+
 }  // namespace
 
 struct RtspServer::Impl {
@@ -91,6 +110,7 @@ struct RtspServer::Impl {
   GSourcePtr serverSource;
   GSourcePtr sessionSource;
   std::thread thread;
+  DescribeLog describeLog;
 };
 
 bool RtspServer::Impl::Start(std::string* error) {
@@ -146,6 +166,7 @@ bool RtspServer::Impl::Start(std::string* error) {
     context.reset();
     return Fail(error, message);
   }
+  g_signal_connect(server.get(), "client-connected", G_CALLBACK(OnClientConnected), &describeLog);
   g_source_attach(serverSource.get(), context.get());
   GObjectPtr<GstRTSPSessionPool> pool(gst_rtsp_server_get_session_pool(server.get()));
   sessionSource.reset(gst_rtsp_session_pool_create_watch(pool.get()));
@@ -235,6 +256,11 @@ void RtspServer::DisconnectAll() {
   if (!m_impl->running) return;
   RunOn(m_impl->context.get(), [this] { m_impl->EndAllSessions(); });
   evlog_write(EVLOG_INFO, kLogModule, "all RTSP sessions ended");
+}
+
+std::vector<std::string> RtspServer::DescribedUrls() const {
+  std::lock_guard<std::mutex> lock(m_impl->describeLog.mutex);
+  return m_impl->describeLog.urls;
 }
 
 }  // namespace camsim

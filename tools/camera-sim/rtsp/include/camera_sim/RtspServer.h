@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace camsim {
 
@@ -50,6 +51,8 @@ class RtspServer {
   int ClientCount() const;
   // Ends every live session as a camera that reboots would (tests of remote close).
   void DisconnectAll();
+  // Path and query of every DESCRIBE received, in order ("/axis-media/media.amp?videocodec=h264&camera=1").
+  std::vector<std::string> DescribedUrls() const;
 
  private:
   struct Impl;
