@@ -1,0 +1,439 @@
+// The C interface end to end with synthetic NAL units: argument and state
+// errors, malformed packets, loss, key-frame gating, stream times, re-entrancy.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "MediaTools.h"
+#include "MuxConvert.h"
+#include "RtpTestPacketizer.h"
+#include "StreamClock.h"
+
+// Counting allocations on this thread: every replaceable form goes through malloc/free.
+namespace {
+thread_local bool g_countAllocations = false;
+std::atomic<int> g_allocations{0};
+}  // namespace
+
+// GCC 12 at -O2 takes these replacements' malloc/free pairing for a mismatch.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+void* operator new(std::size_t size) {
+  if (g_countAllocations) ++g_allocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (g_countAllocations) ++g_allocations;
+  return std::malloc(size ? size : 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept { return operator new(size, tag); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+
+namespace netcam_test {
+namespace {
+
+constexpr int32_t kOk = 0;
+const int32_t kInvalidArg = static_cast<int32_t>(MUXC_ERR_INVALID_ARG);
+const int32_t kState = static_cast<int32_t>(MUXC_ERR_STATE);
+const int32_t kBadPacket = static_cast<int32_t>(MUXC_ERR_BAD_PACKET);
+const int32_t kUnsupported = static_cast<int32_t>(MUXC_ERR_UNSUPPORTED);
+
+const Bytes kSps = {0x67, 0x42, 0xC0, 0x1E, 0xD9, 0x00, 0xA0, 0x47, 0xFE, 0xC8};
+const Bytes kPps = {0x68, 0xCE, 0x3C, 0x80};
+
+Bytes Body(uint8_t header, size_t size, uint8_t seed) {
+  Bytes nal = {header, 0x88};  // 0x88: first_mb_in_slice 0
+  for (size_t i = 2; i < size; ++i) nal.push_back(static_cast<uint8_t>(seed * 31 + i));
+  return nal;
+}
+VideoAccessUnit KeyFrame(size_t size = 3000, bool withSets = false) {
+  VideoAccessUnit unit;
+  if (withSets) unit.nalUnits = {kSps, kPps};
+  unit.nalUnits.push_back(Body(0x65, size, 1));
+  unit.keyFrame = true;
+  return unit;
+}
+VideoAccessUnit Picture(size_t size = 1500, uint8_t seed = 2) {
+  VideoAccessUnit unit;
+  unit.nalUnits = {Body(0x41, size, seed)};
+  return unit;
+}
+
+std::string H264Sdp() { return SdpSessionHeader() + H264SdpMedia(96, {kSps, kPps}); }
+
+int32_t Feed(MUXC_HANDLE handle, const Bytes& packet) {
+  return MUXC_InputData(handle, 0, packet.data(), static_cast<int32_t>(packet.size()));
+}
+
+class SessionTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    collector.keepUnits = true;
+    handle = StartSession(H264Sdp(), &collector);
+    ASSERT_NE(handle, nullptr);
+  }
+  void TearDown() override {
+    if (handle != nullptr) MUXC_Release(handle);
+  }
+  void Send(const VideoAccessUnit& unit, uint32_t ticks) {
+    for (const Bytes& packet : packetizer.Packetize(unit, ticks)) ASSERT_EQ(Feed(handle, packet), kOk);
+  }
+  std::vector<PsPacket> Parse(const Bytes& unit) {
+    bool ok = false;
+    auto packets = ReadProgramStream(unit, &ok);
+    EXPECT_TRUE(ok);
+    return packets;
+  }
+  Bytes VideoBytes(const Bytes& unit) {
+    Bytes out;
+    for (const PsPacket& p : Parse(unit)) {
+      if (p.startCode == 0xE0) out.insert(out.end(), p.body.begin(), p.body.end());
+    }
+    return out;
+  }
+
+  OutputCollector collector;
+  MUXC_HANDLE handle = nullptr;
+  RtpStreamOptions options;
+  VideoRtpPacketizer packetizer{VideoCodec::kH264, [] {
+                                  RtpStreamOptions o;
+                                  o.maxPayload = 1000;
+                                  return o;
+                                }()};
+};
+
+TEST(ApiTest, RefusesBadArgumentsAndParameters) {
+  const std::string sdp = H264Sdp();
+  MUXC_CreateParam param{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
+  MUXC_HANDLE handle = reinterpret_cast<MUXC_HANDLE>(0x1);
+  EXPECT_EQ(MUXC_CreateEx(nullptr, 1, &param), kInvalidArg);
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, nullptr), kInvalidArg);
+  EXPECT_EQ(MUXC_CreateEx(&handle, 2, &param), kUnsupported);
+  EXPECT_EQ(handle, nullptr);
+  MUXC_CreateParam other = param;
+  other.sourceKind = 2;
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), kUnsupported);
+  other = param;
+  other.targetFormat = 1;
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), kUnsupported);
+  other = param;
+  other.sdp = nullptr;
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), kInvalidArg);
+
+  const std::string onlyG711 = SdpSessionHeader() + "m=audio 0 RTP/AVP 0 8\r\na=control:trackID=1\r\n";
+  other = param;
+  other.sdp = onlyG711.c_str();
+  other.sdpLength = static_cast<int32_t>(onlyG711.size());
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), static_cast<int32_t>(MUXC_ERR_NO_MEDIA));
+  other.sdp = "  \r\n";
+  other.sdpLength = 4;
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), static_cast<int32_t>(MUXC_ERR_BAD_SDP));
+
+  const uint8_t byte = 0;
+  MUXC_GlobalTime time{2024, 1, 1, 0, 0, 0, 0, 0};
+  EXPECT_EQ(MUXC_SetGlobalTime(nullptr, &time), kInvalidArg);
+  EXPECT_EQ(MUXC_RegisterModifyGlobalTimeCallBack(nullptr, nullptr, nullptr), kInvalidArg);
+  EXPECT_EQ(MUXC_RegisterOutputDataCallBack(nullptr, nullptr, nullptr), kInvalidArg);
+  EXPECT_EQ(MUXC_Start(nullptr, 0, 0), kInvalidArg);
+  EXPECT_EQ(MUXC_InputData(nullptr, 0, &byte, 1), kInvalidArg);
+  EXPECT_EQ(MUXC_Stop(nullptr), kInvalidArg);
+  EXPECT_EQ(MUXC_Release(nullptr), kInvalidArg);
+}
+
+TEST(ApiTest, EnforcesTheLifecycle) {
+  OutputCollector collector;
+  const std::string sdp = H264Sdp();
+  MUXC_CreateParam param{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
+  MUXC_HANDLE handle = nullptr;
+  ASSERT_EQ(MUXC_CreateEx(&handle, 1, &param), kOk);
+  const Bytes packet = MakeRtpPacket(96, true, 1, 0, 1, kPps.data(), kPps.size());
+  EXPECT_EQ(Feed(handle, packet), kState);  // before Start
+  MUXC_GlobalTime february30{2023, 2, 30, 0, 0, 0, 0, 0};
+  EXPECT_EQ(MUXC_SetGlobalTime(handle, &february30), kInvalidArg);
+  EXPECT_EQ(MUXC_SetGlobalTime(handle, nullptr), kInvalidArg);
+  ASSERT_EQ(MUXC_RegisterOutputDataCallBack(handle, &OutputCollector::OnUnit, &collector), kOk);
+  ASSERT_EQ(MUXC_Start(handle, 0, 0), kOk);
+  EXPECT_EQ(MUXC_Start(handle, 0, 0), kState);
+  EXPECT_EQ(MUXC_InputData(handle, 1, packet.data(), static_cast<int32_t>(packet.size())), kUnsupported);
+  EXPECT_EQ(MUXC_InputData(handle, 0, packet.data(), 0), kInvalidArg);
+  EXPECT_EQ(MUXC_InputData(handle, 0, nullptr, 10), kInvalidArg);
+  EXPECT_EQ(Feed(handle, packet), kOk);
+  ASSERT_EQ(MUXC_Stop(handle), kOk);
+  EXPECT_EQ(Feed(handle, packet), kState);
+  EXPECT_EQ(MUXC_Stop(handle), kState);
+  EXPECT_EQ(MUXC_Start(handle, 0, 0), kState);
+  EXPECT_EQ(MUXC_RegisterOutputDataCallBack(handle, &OutputCollector::OnUnit, &collector), kState);
+  EXPECT_EQ(MUXC_Release(handle), kOk);
+  EXPECT_EQ(collector.headerUnits, 1);
+  EXPECT_EQ(collector.payloadUnits, 0);
+}
+
+TEST_F(SessionTest, HeaderUnitDescribesTheStreams) {
+  ASSERT_EQ(collector.units.size(), 1u);
+  const Bytes& header = collector.units[0];
+  EXPECT_LT(header.size(), 256u);
+  auto packets = Parse(header);
+  ASSERT_EQ(packets.size(), 3u);
+  EXPECT_EQ(packets[0].startCode, 0xBA);
+  EXPECT_EQ(packets[1].startCode, 0xBB);
+  ASSERT_EQ(packets[2].startCode, 0xBC);
+  const Bytes& map = packets[2].body;
+  ASSERT_EQ(map.size(), 20u);  // one stream
+  EXPECT_EQ(map[12], 0x1B);
+  EXPECT_EQ(map[13], 0xE0);
+}
+
+TEST_F(SessionTest, StartsAtTheFirstKeyFrameWithParameterSetsInFront) {
+  Send(Picture(), 0);  // joined mid-GOP: cannot be decoded
+  Send(Picture(), 3600);
+  Send(KeyFrame(), 7200);
+  Send(Picture(), 10800);
+  ASSERT_EQ(collector.payloadUnits, 2);
+  auto first = Parse(collector.units[1]);
+  ASSERT_GE(first.size(), 5u);
+  EXPECT_EQ(first[0].startCode, 0xBA);
+  EXPECT_EQ(first[1].startCode, 0xBB);
+  EXPECT_EQ(first[2].startCode, 0xBC);
+  Bytes expected = {0, 0, 0, 1};
+  expected.insert(expected.end(), kSps.begin(), kSps.end());
+  expected.insert(expected.end(), {0, 0, 0, 1});
+  expected.insert(expected.end(), kPps.begin(), kPps.end());
+  expected.insert(expected.end(), {0, 0, 0, 1});
+  const Bytes idr = KeyFrame().nalUnits[0];
+  expected.insert(expected.end(), idr.begin(), idr.end());
+  EXPECT_EQ(VideoBytes(collector.units[1]), expected);
+  EXPECT_TRUE(first[3].hasPts && first[3].hasDts);
+  EXPECT_EQ(first[3].pts, first[3].dts);
+
+  auto second = Parse(collector.units[2]);  // a plain picture: pack header and PES only
+  ASSERT_EQ(second.size(), 2u);
+  EXPECT_EQ(second[1].pts - first[3].pts, 3600u);
+}
+
+TEST_F(SessionTest, KeyFrameCarryingItsOwnParameterSetsGetsNoCopies) {
+  Send(KeyFrame(3000, /*withSets=*/true), 0);
+  ASSERT_EQ(collector.payloadUnits, 1);
+  const Bytes video = VideoBytes(collector.units[1]);
+  EXPECT_EQ(video.size(), 4 + kSps.size() + 4 + kPps.size() + 4 + 3000);
+}
+
+TEST_F(SessionTest, SequenceGapDropsOnlyTheBrokenUnits) {
+  Send(KeyFrame(), 0);
+  std::vector<Bytes> broken = packetizer.Packetize(Picture(2500), 3600);
+  ASSERT_EQ(broken.size(), 3u);
+  ASSERT_EQ(Feed(handle, broken[0]), kOk);
+  ASSERT_EQ(Feed(handle, broken[2]), kOk);  // middle fragment lost
+  Send(Picture(800, 3), 7200);
+  std::vector<Bytes> tailLost = packetizer.Packetize(Picture(2500, 4), 10800);
+  ASSERT_EQ(Feed(handle, tailLost[0]), kOk);
+  ASSERT_EQ(Feed(handle, tailLost[1]), kOk);  // the marker packet never arrives
+  std::vector<Bytes> next = packetizer.Packetize(Picture(800, 5), 14400);
+  next.insert(next.begin() + 0, tailLost[0]);  // a late duplicate is ignored
+  for (const Bytes& packet : next) ASSERT_EQ(Feed(handle, packet), kOk);
+  Send(Picture(800, 6), 18000);
+  // Emitted: the key frame, the picture after the first loss, and the one after the unit that followed the
+  // second loss (that unit's start cannot be told from lost packets, so it goes too).
+  ASSERT_EQ(collector.payloadUnits, 3);
+  const Bytes last = Picture(800, 6).nalUnits[0];
+  const Bytes video = VideoBytes(collector.units.back());
+  EXPECT_TRUE(std::equal(last.begin(), last.end(), video.begin() + 4));
+}
+
+TEST_F(SessionTest, MalformedPacketsAreRefusedWithoutHarm) {
+  Bytes good = MakeRtpPacket(96, true, 100, 0, 7, KeyFrame().nalUnits[0].data(), KeyFrame().nalUnits[0].size());
+  Bytes shortPacket(good.begin(), good.begin() + 11);
+  Bytes badVersion = good;
+  badVersion[0] = 0x40;
+  Bytes longPadding(good.begin(), good.begin() + 14);
+  longPadding[0] |= 0x20;
+  longPadding.back() = 3;  // two payload bytes, three of padding claimed
+  Bytes zeroPadding = good;
+  zeroPadding[0] |= 0x20;
+  zeroPadding.back() = 0;
+  Bytes csrcBeyond(good.begin(), good.begin() + 20);
+  csrcBeyond[0] |= 0x0F;
+  Bytes extensionBeyond(good.begin(), good.begin() + 12);
+  extensionBeyond[0] |= 0x10;
+  extensionBeyond.insert(extensionBeyond.end(), {0xBE, 0xDE, 0x01, 0x00, 1, 2});
+  Bytes unknownType = good;
+  unknownType[1] = 0x80 | 100;
+  Bytes stapBeyond = MakeRtpPacket(96, true, 100, 0, 7, nullptr, 0);
+  stapBeyond.insert(stapBeyond.end(), {0x78, 0x10, 0x00, 0x65});
+  for (const Bytes* packet : {&shortPacket, &badVersion, &longPadding, &zeroPadding, &csrcBeyond, &extensionBeyond,
+                              &unknownType, &stapBeyond}) {
+    EXPECT_EQ(Feed(handle, *packet), kBadPacket) << packet->size();
+  }
+  EXPECT_EQ(collector.payloadUnits, 0);
+
+  // The same picture behind CSRCs, a header extension and padding is read correctly.
+  const Bytes idr = KeyFrame().nalUnits[0];
+  Bytes dressed = {0xB2, 0xE0, 0x00, 0x65, 0, 0, 0x10, 0,    0,    0,    0, 7, 0, 0,
+                   0,    1,    0,    0,    0, 2, 0xBE, 0xDE, 0x00, 0x01, 9, 9, 9, 9};
+  dressed.insert(dressed.end(), idr.begin(), idr.end());
+  dressed.insert(dressed.end(), {0, 0, 3});
+  ASSERT_EQ(Feed(handle, dressed), kOk);
+  ASSERT_EQ(collector.payloadUnits, 1);
+  const Bytes video = VideoBytes(collector.units.back());
+  ASSERT_GE(video.size(), idr.size());
+  EXPECT_TRUE(std::equal(idr.begin(), idr.end(), video.end() - static_cast<long>(idr.size())));
+  EXPECT_EQ(Feed(handle, Bytes{0x81, 0xC8, 0x00, 0x01, 0, 0, 0, 7}), kOk);  // RTCP on the same channel
+}
+
+struct TimeLog {
+  std::vector<MUXC_GlobalTime> times;
+  static void OnTime(const MUXC_GlobalTime* time, void* user) { static_cast<TimeLog*>(user)->times.push_back(*time); }
+};
+
+TEST_F(SessionTest, StreamTimeCrossesTheYearAndTheTimestampWrap) {
+  TimeLog log;
+  MUXC_GlobalTime start{2023, 12, 31, 23, 59, 59, 900, 0};
+  ASSERT_EQ(MUXC_SetGlobalTime(handle, &start), kOk);
+  ASSERT_EQ(MUXC_RegisterModifyGlobalTimeCallBack(handle, &TimeLog::OnTime, &log), kOk);
+  // The packetizer starts at 0xFFFF0000: 90 kHz ticks wrap past 2^32 after 65536 ticks.
+  Send(KeyFrame(), 0);
+  Send(Picture(), 3600);
+  Send(Picture(), 9000);
+  Send(Picture(), 65536 + 90000);
+  ASSERT_EQ(log.times.size(), 4u);
+  auto text = [](const MUXC_GlobalTime& t) {
+    char buffer[64];
+    snprintf(buffer, sizeof(buffer), "%04d-%02d-%02d %02d:%02d:%02d.%03d/%d", t.year, t.month, t.day, t.hour, t.minute,
+             t.second, t.millisecond, t.dwReserved);
+    return std::string(buffer);
+  };
+  EXPECT_EQ(text(log.times[0]), "2023-12-31 23:59:59.900/0");
+  EXPECT_EQ(text(log.times[1]), "2023-12-31 23:59:59.940/0");
+  EXPECT_EQ(text(log.times[2]), "2024-01-01 00:00:00.000/0");
+  EXPECT_EQ(text(log.times[3]), "2024-01-01 00:00:01.628/0");  // 65536 + 90000 ticks = 1728.18 ms
+}
+
+TEST_F(SessionTest, LiveStreamTimeIsTheLocalWallClock) {
+  TimeLog log;
+  MUXC_GlobalTime live{0, 0, 0, 0, 0, 0, 0, 1};
+  ASSERT_EQ(MUXC_SetGlobalTime(handle, &live), kOk);
+  ASSERT_EQ(MUXC_RegisterModifyGlobalTimeCallBack(handle, &TimeLog::OnTime, &log), kOk);
+  const time_t before = time(nullptr);
+  Send(KeyFrame(), 0);
+  const time_t after = time(nullptr);
+  ASSERT_EQ(log.times.size(), 1u);
+  const MUXC_GlobalTime& t = log.times[0];
+  EXPECT_EQ(t.dwReserved, 1);
+  std::tm tm{};
+  tm.tm_year = t.year - 1900;
+  tm.tm_mon = t.month - 1;
+  tm.tm_mday = t.day;
+  tm.tm_hour = t.hour;
+  tm.tm_min = t.minute;
+  tm.tm_sec = t.second;
+  tm.tm_isdst = -1;
+  const time_t reported = mktime(&tm);
+  EXPECT_GE(reported, before);
+  EXPECT_LE(reported, after);
+  EXPECT_GE(t.millisecond, 0);
+  EXPECT_LE(t.millisecond, 999);
+}
+
+TEST(StreamClockTest, CalendarArithmeticAcrossBoundaries) {
+  struct Case {
+    MUXC_GlobalTime base;
+    int64_t ms;
+    MUXC_GlobalTime expected;
+  } const cases[] = {
+      {{2024, 2, 28, 23, 59, 59, 500, 0}, 1000, {2024, 2, 29, 0, 0, 0, 500, 0}},  // leap day
+      {{2023, 2, 28, 23, 59, 59, 500, 0}, 1000, {2023, 3, 1, 0, 0, 0, 500, 0}},
+      {{2024, 4, 30, 12, 0, 0, 0, 0}, 12 * 3600 * 1000, {2024, 5, 1, 0, 0, 0, 0, 0}},
+      {{2024, 1, 1, 0, 0, 0, 0, 0}, -1, {2023, 12, 31, 23, 59, 59, 999, 0}},
+      {{2100, 2, 28, 0, 0, 0, 0, 0}, 86400000, {2100, 3, 1, 0, 0, 0, 0, 0}},  // no leap day in 2100
+  };
+  for (const Case& c : cases) {
+    MUXC_GlobalTime out{};
+    ASSERT_TRUE(muxc::AddMilliseconds(c.base, c.ms, &out));
+    EXPECT_EQ(std::vector<int32_t>({out.year, out.month, out.day, out.hour, out.minute, out.second, out.millisecond}),
+              std::vector<int32_t>({c.expected.year, c.expected.month, c.expected.day, c.expected.hour,
+                                    c.expected.minute, c.expected.second, c.expected.millisecond}));
+  }
+  EXPECT_FALSE(muxc::IsValidCivilTime({2023, 2, 29, 0, 0, 0, 0, 0}));
+  EXPECT_FALSE(muxc::IsValidCivilTime({2023, 13, 1, 0, 0, 0, 0, 0}));
+  EXPECT_FALSE(muxc::IsValidCivilTime({2023, 1, 1, 24, 0, 0, 0, 0}));
+  EXPECT_TRUE(muxc::IsValidCivilTime({2024, 2, 29, 23, 59, 59, 999, 0}));
+}
+
+struct Reentrant {
+  MUXC_HANDLE handle = nullptr;
+  int units = 0;
+  bool release = false;
+  static void OnUnit(const MUXC_OutputUnit* unit, void* user) {
+    auto* self = static_cast<Reentrant*>(user);
+    if (unit->type != MUXC_UNIT_PAYLOAD) return;
+    ++self->units;
+    if (self->release) {
+      EXPECT_EQ(MUXC_Release(self->handle), kOk);
+    } else {
+      EXPECT_EQ(MUXC_Stop(self->handle), kOk);
+    }
+  }
+};
+
+TEST(ReentrancyTest, StopOrReleaseFromInsideTheCallback) {
+  for (bool release : {false, true}) {
+    Reentrant state;
+    state.release = release;
+    const std::string sdp = H264Sdp();
+    MUXC_CreateParam param{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
+    ASSERT_EQ(MUXC_CreateEx(&state.handle, 1, &param), kOk);
+    MUXC_RegisterOutputDataCallBack(state.handle, &Reentrant::OnUnit, &state);
+    MUXC_Start(state.handle, 0, 0);
+    VideoRtpPacketizer packetizer(VideoCodec::kH264, RtpStreamOptions());
+    VideoAccessUnit unit = KeyFrame();
+    unit.nalUnits.push_back(Body(0x65, 100, 3));  // one packet finishing one unit, then more
+    const auto packets = packetizer.Packetize(unit, 0);
+    for (const Bytes& packet : packets) Feed(state.handle, packet);
+    EXPECT_EQ(state.units, 1);
+    if (!release) {
+      EXPECT_EQ(Feed(state.handle, packets.back()), kState);
+      EXPECT_EQ(MUXC_Release(state.handle), kOk);
+    }
+  }
+}
+
+TEST_F(SessionTest, SteadyStateAllocatesNothing) {
+  auto gop = [&](uint32_t base) {
+    Send(KeyFrame(40000), base);
+    for (uint32_t i = 1; i < 25; ++i) Send(Picture(2000 + 300 * (i % 7), static_cast<uint8_t>(i)), base + i * 3600);
+  };
+  gop(0);
+  gop(90000);  // buffers have grown to the largest unit
+  std::vector<Bytes> packets;
+  for (uint32_t i = 0; i < 25; ++i) {
+    VideoAccessUnit unit = i == 0 ? KeyFrame(40000) : Picture(2000 + 300 * (i % 7), static_cast<uint8_t>(i));
+    for (Bytes& p : packetizer.Packetize(unit, 180000 + i * 3600)) packets.push_back(std::move(p));
+  }
+  collector.keepUnits = false;
+  collector.stream.reserve(collector.stream.size() + 200000);
+  g_allocations = 0;
+  g_countAllocations = true;
+  for (const Bytes& packet : packets) Feed(handle, packet);
+  g_countAllocations = false;
+  EXPECT_EQ(g_allocations.load(), 0);
+  EXPECT_EQ(collector.payloadUnits, 75);
+}
+
+}  // namespace
+}  // namespace netcam_test
