@@ -1,0 +1,66 @@
+#include "protocol/Sdp.h"
+
+#include <cctype>
+
+namespace mdclient {
+namespace {
+
+bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (size_t i = 0; i < prefix.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(text[i])) != std::tolower(static_cast<unsigned char>(prefix[i]))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+MediaKind KindOf(std::string_view type) {
+  if (type == "video") return MediaKind::kVideo;
+  if (type == "audio") return MediaKind::kAudio;
+  return MediaKind::kMetadata;
+}
+
+}  // namespace
+
+SessionDescription ParseSessionDescription(std::string_view sdp) {
+  SessionDescription description;
+  while (!sdp.empty()) {
+    size_t end = sdp.find('\n');
+    std::string_view line = sdp.substr(0, end);
+    sdp.remove_prefix(end == std::string_view::npos ? sdp.size() : end + 1);
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.remove_suffix(1);
+    if (line.size() < 2 || line[1] != '=') continue;
+    if (line[0] == 'm') {
+      std::string_view type =
+          line.substr(2, line.find(' ') == std::string_view::npos ? std::string_view::npos : line.find(' ') - 2);
+      SdpMedium medium;
+      medium.type = std::string(type);
+      medium.kind = KindOf(type);
+      description.media.push_back(std::move(medium));
+    } else if (line[0] == 'a' && StartsWithIgnoreCase(line.substr(2), "control:")) {
+      std::string_view value = line.substr(2 + 8);
+      while (!value.empty() && value.front() == ' ') value.remove_prefix(1);
+      if (description.media.empty()) {
+        description.sessionControl = std::string(value);
+      } else {
+        description.media.back().control = std::string(value);
+      }
+    }
+  }
+  return description;
+}
+
+std::string ResolveControlUrl(std::string_view base, std::string_view control) {
+  if (StartsWithIgnoreCase(control, "rtsp://") || StartsWithIgnoreCase(control, "rtsps://")) {
+    return std::string(control);
+  }
+  if (control.empty() || control == "*") return std::string(base);
+  std::string url(base);
+  if (!url.empty() && url.back() != '/' && control.front() != '/') url.push_back('/');
+  if (!url.empty() && url.back() == '/' && control.front() == '/') control.remove_prefix(1);
+  url.append(control);
+  return url;
+}
+
+}  // namespace mdclient

@@ -1,0 +1,447 @@
+// MDClient against a scripted RTSP peer on a private loopback address.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LoopbackAddress.h"
+#include "MDClient.h"
+#include "ScriptedRtspPeer.h"
+
+namespace mdclient_test {
+namespace {
+
+using namespace std::chrono_literals;
+// Upper bound against hangs only; nothing is asserted about speed.
+constexpr auto kPatience = 30s;
+
+// Collects what one client delivers.
+struct Sink {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<int> types;
+  std::string sdp;
+  std::vector<int> messages;
+  std::atomic<bool> closeReturned{false};
+  std::atomic<int> afterClose{0};
+
+  static void OnData(int32_t, int32_t type, const uint8_t* data, int32_t length, void* user) {
+    auto* sink = static_cast<Sink*>(user);
+    if (sink->closeReturned) ++sink->afterClose;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    if (type == MDC_DATA_SDP) sink->sdp.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
+    sink->types.push_back(type);
+    sink->changed.notify_all();
+  }
+  static void OnMessage(int32_t, int32_t type, const char*, int32_t, void* user) {
+    auto* sink = static_cast<Sink*>(user);
+    if (sink->closeReturned) ++sink->afterClose;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    sink->messages.push_back(type);
+    sink->changed.notify_all();
+  }
+  bool WaitFor(const std::function<bool()>& condition) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, kPatience, condition);
+  }
+  bool WaitForPackets(size_t count, int type = MDC_DATA_VIDEO) {
+    return WaitFor([&] { return static_cast<size_t>(std::count(types.begin(), types.end(), type)) >= count; });
+  }
+  bool WaitForMessage() {
+    return WaitFor([&] { return !messages.empty(); });
+  }
+};
+
+CameraBehaviour Camera(const std::function<void(CameraBehaviour&)>& edit) {
+  CameraBehaviour behaviour;
+  edit(behaviour);
+  return behaviour;
+}
+
+// Creates, subscribes and opens; the result of MDC_Open in *openResult.
+int32_t OpenClient(const std::string& url, Sink& sink, int32_t* openResult, const MDC_PlayInfoV1* info = nullptr) {
+  int32_t id = MDC_Create(url.c_str(), 0);
+  EXPECT_GE(id, 0);
+  EXPECT_EQ(MDC_SetMsgCallBack(id, &Sink::OnMessage, &sink), 0);
+  if (info != nullptr) {
+    EXPECT_EQ(MDC_SetInfoV1(id, info), 0);
+  }
+  *openResult = MDC_Open(id, &Sink::OnData, &sink);
+  return id;
+}
+
+TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
+  EXPECT_LT(MDC_Create(nullptr, 0), 0);
+  EXPECT_EQ(MDC_Create("http://cam/x", 0), static_cast<int32_t>(MDC_ERR_BAD_URL));
+  EXPECT_EQ(MDC_Create("rtsp://cam:99999/x", 0), static_cast<int32_t>(MDC_ERR_BAD_URL));
+
+  for (int32_t id : {-1, 4095, 123456}) {
+    EXPECT_EQ(MDC_Open(id, &Sink::OnData, nullptr), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+    EXPECT_EQ(MDC_Close(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+    EXPECT_EQ(MDC_Destroy(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+  }
+
+  int32_t id = MDC_Create("rtsp://user:pw@127.0.0.1/x", 0);
+  ASSERT_GE(id, 0);
+  EXPECT_EQ(MDC_Open(id, nullptr, nullptr), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
+  EXPECT_EQ(MDC_SetInfoV1(id, nullptr), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
+  MDC_PlayInfoV1 reversed{1, 1, 0, 1.0f, 0, 2e15, 1e15};
+  EXPECT_EQ(MDC_SetInfoV1(id, &reversed), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
+  MDC_StatusChange pause{};
+  EXPECT_EQ(MDC_ChangeStatus(id, &pause), static_cast<int32_t>(MDC_ERR_STATE));  // not open
+  EXPECT_EQ(MDC_Close(id), 0);  // closing a never-opened client is harmless
+  EXPECT_EQ(MDC_Destroy(id), 0);
+
+  // A stale id never reaches the session that reuses its slot.
+  int32_t next = MDC_Create("rtsp://127.0.0.1/y", 0);
+  ASSERT_GE(next, 0);
+  EXPECT_NE(next, id);
+  EXPECT_EQ(MDC_Close(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+  EXPECT_EQ(MDC_Destroy(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+  EXPECT_EQ(MDC_Destroy(next), 0);
+
+  char version[128] = {};
+  EXPECT_EQ(MDC_GetVersion(version, sizeof version), 0);
+  EXPECT_EQ(std::string(version).rfind("netcam MDClient 1.0.0 (asio ", 0), 0u) << version;
+  char tiny[8];
+  EXPECT_NE(MDC_GetVersion(tiny, sizeof tiny), 0);
+  EXPECT_EQ(std::strlen(tiny), 7u);
+  EXPECT_NE(MDC_GetVersion(nullptr, 10), 0);
+}
+
+TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversSdpFirst) {
+  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
+    c.user = "root";
+    c.password = "p@ss:word";
+    c.withAudio = true;
+  })));
+  Sink sink;
+  int32_t result = -1;
+  int32_t id = OpenClient(peer.Url("root:p@ss:word"), sink, &result);
+  ASSERT_EQ(result, 0);
+  ASSERT_TRUE(sink.WaitForPackets(5));
+  {
+    std::lock_guard<std::mutex> lock(sink.mutex);
+    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
+    EXPECT_NE(sink.sdp.find("m=video"), std::string::npos);
+  }
+  EXPECT_EQ(MDC_Close(id), 0);
+  EXPECT_EQ(MDC_Destroy(id), 0);
+
+  // DESCRIBE twice (401, then authorized); SETUP per medium on its own channels.
+  std::vector<PeerRequest> describes = peer.RequestsOf("DESCRIBE");
+  ASSERT_EQ(describes.size(), 2u);
+  EXPECT_EQ(describes[0].Header("Authorization"), "");
+  EXPECT_EQ(describes[1].Header("Authorization").rfind("Digest username=\"root\"", 0), 0u);
+  std::vector<PeerRequest> setups = peer.RequestsOf("SETUP");
+  ASSERT_EQ(setups.size(), 2u);
+  EXPECT_NE(setups[0].uri.find("/trackID=1"), std::string::npos);
+  EXPECT_NE(setups[0].Header("Transport").find("interleaved=0-1"), std::string::npos);
+  EXPECT_NE(setups[1].Header("Transport").find("interleaved=2-3"), std::string::npos);
+  EXPECT_EQ(setups[1].Header("Session"), "8E2F1A");
+  std::vector<PeerRequest> plays = peer.RequestsOf("PLAY");
+  ASSERT_EQ(plays.size(), 1u);
+  EXPECT_EQ(plays[0].Header("Range"), "npt=0.000-");
+  EXPECT_EQ(peer.RequestsOf("TEARDOWN").size(), 1u);
+  for (const PeerRequest& request : peer.Requests()) {
+    EXPECT_EQ(request.uri.find("p@ss"), std::string::npos) << request.uri;
+  }
+}
+
+TEST(MdcSessionTest, BasicAuthAndAuthFailures) {
+  ScriptedRtspPeer basic(CameraScript(Camera([](CameraBehaviour& c) {
+    c.user = "root";
+    c.password = "pass";
+    c.digest = false;
+  })));
+  Sink sink;
+  int32_t result = -1;
+  int32_t id = OpenClient(basic.Url("root:pass"), sink, &result);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(MDC_Destroy(id), 0);  // destroy closes an open client too
+
+  ScriptedRtspPeer digest(CameraScript(Camera([](CameraBehaviour& c) {
+    c.user = "root";
+    c.password = "pass";
+  })));
+  for (const std::string& userInfo : {std::string("root:wrong"), std::string()}) {
+    Sink failed;
+    id = OpenClient(digest.Url(userInfo), failed, &result);
+    EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_AUTH)) << userInfo;
+    EXPECT_EQ(MDC_Close(id), 0);
+    EXPECT_EQ(MDC_Destroy(id), 0);
+    EXPECT_TRUE(failed.types.empty());
+    EXPECT_TRUE(failed.messages.empty());
+  }
+}
+
+TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
+  ScriptedRtspPeer peer(CameraScript(CameraBehaviour()));
+  Sink sink;
+  // 2024-06-21T15:17:25Z to 15:27:25.5Z.
+  MDC_PlayInfoV1 info{1, 1, 0, 1.0f, 0, 1718983045.0 * 1e6, 1718983645.5 * 1e6};
+  int32_t result = -1;
+  int32_t id = OpenClient(peer.Url(), sink, &result, &info);
+  ASSERT_EQ(result, 0);
+  EXPECT_EQ(MDC_SetInfoV1(id, &info), static_cast<int32_t>(MDC_ERR_STATE));  // too late
+
+  MDC_StatusChange change{};
+  change.kind = MDC_STATUS_PAUSE;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
+  change.kind = MDC_STATUS_RESUME;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
+  change.kind = MDC_STATUS_SPEED;
+  change.speed = 4.0;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
+  change.speed = 0;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
+  change.kind = 7;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
+  EXPECT_EQ(MDC_Close(id), 0);
+  change.kind = MDC_STATUS_PAUSE;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), static_cast<int32_t>(MDC_ERR_STATE));
+  EXPECT_EQ(MDC_Destroy(id), 0);
+
+  std::vector<PeerRequest> plays = peer.RequestsOf("PLAY");
+  ASSERT_EQ(plays.size(), 3u);
+  EXPECT_EQ(plays[0].Header("Range"), "clock=20240621T151725.000Z-20240621T152725.500Z");
+  EXPECT_EQ(plays[1].Header("Range"), "");
+  EXPECT_EQ(plays[1].Header("Scale"), "");
+  EXPECT_EQ(plays[2].Header("Scale"), "4.000");
+  EXPECT_EQ(peer.RequestsOf("PAUSE").size(), 1u);
+  // Aggregate control "*" means the Content-Base itself.
+  EXPECT_EQ(plays[0].uri, peer.Url() + "/");
+}
+
+TEST(MdcSessionTest, KeepAliveUsesGetParameterOrOptions) {
+  for (bool offerGetParameter : {true, false}) {
+    ScriptedRtspPeer peer(CameraScript(Camera([&](CameraBehaviour& c) {
+      c.offerGetParameter = offerGetParameter;
+      c.sessionTimeout = 2;
+    })));
+    Sink sink;
+    int32_t result = -1;
+    int32_t id = OpenClient(peer.Url(), sink, &result);
+    ASSERT_EQ(result, 0);
+    const char* expected = offerGetParameter ? "GET_PARAMETER" : "OPTIONS";
+    size_t before = peer.RequestsOf(expected).size();
+    auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (peer.RequestsOf(expected).size() == before && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(50ms);
+    }
+    std::vector<PeerRequest> keepAlives = peer.RequestsOf(expected);
+    ASSERT_GT(keepAlives.size(), before) << expected;
+    EXPECT_EQ(keepAlives.back().Header("Session"), "8E2F1A");
+    EXPECT_EQ(MDC_Destroy(id), 0);
+  }
+}
+
+TEST(MdcSessionTest, ConnectionRefusedFails) {
+  // A bound socket that never listens: connecting to it is refused.
+  std::string address = netcam_test::UniqueLoopbackAddress(0);
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  ::inet_pton(AF_INET, address.c_str(), &local.sin_addr);
+  socklen_t length = sizeof local;
+  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length), 0);
+  Sink sink;
+  int32_t result = -1;
+  int32_t id =
+      OpenClient("rtsp://root:pass@" + address + ":" + std::to_string(ntohs(local.sin_port)) + "/x", sink, &result);
+  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_CONNECT));
+  EXPECT_EQ(MDC_Open(id, &Sink::OnData, &sink), static_cast<int32_t>(MDC_ERR_STATE));  // one open per client
+  EXPECT_EQ(MDC_Destroy(id), 0);
+  ::close(fd);
+}
+
+TEST(MdcSessionTest, SilentPeerTimesOut) {
+  ScriptedRtspPeer peer([](PeerConnection&, const PeerRequest&) {});
+  Sink sink;
+  int32_t result = -1;
+  int32_t id = OpenClient(peer.Url(), sink, &result);
+  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_TIMEOUT));
+  EXPECT_EQ(MDC_Destroy(id), 0);
+}
+
+TEST(MdcSessionTest, ErrorStatusFailsOpen) {
+  CameraBehaviour behaviour;
+  ScriptedRtspPeer peer([camera = CameraScript(behaviour)](PeerConnection& connection, const PeerRequest& request) {
+    if (request.method == "SETUP") {
+      connection.Reply(request, 461);  // Unsupported Transport
+    } else {
+      camera(connection, request);
+    }
+  });
+  Sink sink;
+  int32_t result = -1;
+  int32_t id = OpenClient(peer.Url(), sink, &result);
+  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_STATUS));
+  EXPECT_EQ(MDC_Destroy(id), 0);
+}
+
+// Faults after PLAY, each with the message it must produce.
+struct StreamFault {
+  const char* name;
+  std::function<void(PeerConnection&)> afterPlay;
+  int message;
+};
+
+class MdcStreamFaultTest : public ::testing::TestWithParam<StreamFault> {};
+
+TEST_P(MdcStreamFaultTest, ReportsWhatTheServerDid) {
+  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) { c.afterPlay = GetParam().afterPlay; })));
+  Sink sink;
+  int32_t result = -1;
+  int32_t id = OpenClient(peer.Url(), sink, &result);
+  ASSERT_EQ(result, 0);
+  ASSERT_TRUE(sink.WaitForMessage());
+  {
+    std::lock_guard<std::mutex> lock(sink.mutex);
+    EXPECT_EQ(sink.messages.front(), GetParam().message);
+    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
+  }
+  EXPECT_EQ(MDC_Close(id), 0);
+  EXPECT_EQ(MDC_Destroy(id), 0);
+  std::lock_guard<std::mutex> lock(sink.mutex);
+  EXPECT_EQ(sink.messages.size(), 1u) << "one message per event";
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, MdcStreamFaultTest,
+                         ::testing::Values(StreamFault{"ServerCloses",
+                                                       [](PeerConnection& connection) {
+                                                         for (uint16_t i = 0; i < 20; ++i)
+                                                           connection.SendInterleaved(0, RtpPacket(i));
+                                                         connection.Close();
+                                                       },
+                                                       MDC_MSG_CLOSED},
+                                           StreamFault{"RtcpBye",
+                                                       [](PeerConnection& connection) {
+                                                         for (uint16_t i = 0; i < 5; ++i)
+                                                           connection.SendInterleaved(0, RtpPacket(i));
+                                                         connection.SendInterleaved(1, RtcpBye());
+                                                         connection.Close();  // hanging up after BYE is no second event
+                                                       },
+                                                       MDC_MSG_COMPLETE},
+                                           StreamFault{"Garbage",
+                                                       [](PeerConnection& connection) {
+                                                         connection.SendInterleaved(0, RtpPacket(1));
+                                                         std::string junk(4096, '\0');
+                                                         for (size_t i = 0; i < junk.size(); ++i)
+                                                           junk[i] = static_cast<char>(i * 131 + 7);
+                                                         connection.Send(junk);
+                                                       },
+                                                       MDC_MSG_CLOSED},
+                                           StreamFault{"EndlessHeader",
+                                                       [](PeerConnection& connection) {
+                                                         connection.Send("RTSP/1.0 200 OK\r\nX-Pad: ");
+                                                         std::string pad(16384, 'x');
+                                                         for (int i = 0; i < 8 && connection.Send(pad); ++i) {
+                                                         }
+                                                       },
+                                                       MDC_MSG_CLOSED}),
+                         [](const ::testing::TestParamInfo<StreamFault>& param) {
+                           return std::string(param.param.name);
+                         });
+
+TEST(MdcSessionTest, DeliversEachChannelWithItsType) {
+  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
+    c.withAudio = true;
+    c.afterPlay = [](PeerConnection& connection) {
+      connection.SendInterleaved(0, RtpPacket(1));
+      connection.SendInterleaved(2, RtpPacket(2));
+      connection.SendInterleaved(1, {0x80, 200, 0, 0});
+      connection.SendInterleaved(3, {0x80, 201, 0, 0});
+      connection.SendInterleaved(9, RtpPacket(3));  // no such channel
+      connection.SendInterleaved(0, RtpPacket(4));
+    };
+  })));
+  Sink sink;
+  int32_t result = -1;
+  int32_t id = OpenClient(peer.Url(), sink, &result);
+  ASSERT_EQ(result, 0);
+  ASSERT_TRUE(sink.WaitForPackets(2));
+  EXPECT_EQ(MDC_Destroy(id), 0);
+  std::lock_guard<std::mutex> lock(sink.mutex);
+  EXPECT_EQ(sink.types, (std::vector<int>{MDC_DATA_SDP, MDC_DATA_VIDEO, MDC_DATA_AUDIO, MDC_DATA_RTCP_VIDEO,
+                                          MDC_DATA_RTCP_AUDIO, MDC_DATA_VIDEO}));
+}
+
+// Closes (and destroys) its own client from inside the data callback.
+struct SelfClosing {
+  std::atomic<int32_t> id{-1};
+  std::atomic<int> packets{0};
+  std::atomic<int32_t> closeResult{-1};
+  std::atomic<int32_t> destroyResult{-1};
+  std::atomic<int> afterClose{0};
+  std::atomic<bool> closed{false};
+
+  static void OnData(int32_t clientId, int32_t type, const uint8_t*, int32_t, void* user) {
+    auto* self = static_cast<SelfClosing*>(user);
+    if (self->closed) ++self->afterClose;
+    if (type != MDC_DATA_VIDEO || ++self->packets != 3) return;
+    self->closeResult = MDC_Close(clientId);
+    self->destroyResult = MDC_Destroy(clientId);
+    self->closed = true;
+  }
+};
+
+TEST(MdcSessionTest, CloseFromInsideOwnCallbackDoesNotDeadlock) {
+  ScriptedRtspPeer peer(CameraScript(CameraBehaviour()));
+  SelfClosing state;
+  int32_t id = MDC_Create(peer.Url().c_str(), 0);
+  ASSERT_GE(id, 0);
+  state.id = id;
+  ASSERT_EQ(MDC_Open(id, &SelfClosing::OnData, &state), 0);
+  auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!state.closed && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(10ms);
+  ASSERT_TRUE(state.closed);
+  EXPECT_EQ(state.closeResult, 0);
+  EXPECT_EQ(state.destroyResult, 0);
+  // The peer keeps streaming until TEARDOWN arrives; none of it may come through.
+  deadline = std::chrono::steady_clock::now() + kPatience;
+  while (peer.RequestsOf("TEARDOWN").empty() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_EQ(peer.RequestsOf("TEARDOWN").size(), 1u);
+  EXPECT_EQ(state.afterClose, 0);
+  EXPECT_EQ(MDC_Destroy(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+}
+
+TEST(MdcSessionTest, ManyOpenCloseCyclesWithDataFlowing) {
+  ScriptedRtspPeer peer(CameraScript(CameraBehaviour()));
+  std::vector<std::unique_ptr<Sink>> sinks;
+  for (int cycle = 0; cycle < 200; ++cycle) {
+    sinks.push_back(std::make_unique<Sink>());
+    Sink& sink = *sinks.back();
+    int32_t result = -1;
+    int32_t id = OpenClient(peer.Url(), sink, &result);
+    ASSERT_EQ(result, 0) << "cycle " << cycle;
+    ASSERT_TRUE(sink.WaitForPackets(1 + cycle % 3)) << "cycle " << cycle;
+    ASSERT_EQ(cycle % 2 == 0 ? MDC_Close(id) : MDC_Destroy(id), 0);
+    sink.closeReturned = true;
+    if (cycle % 2 == 0) {
+      ASSERT_EQ(MDC_Destroy(id), 0);
+    }
+  }
+  for (size_t i = 0; i < sinks.size(); ++i) {
+    EXPECT_EQ(sinks[i]->afterClose, 0) << "cycle " << i;
+    EXPECT_TRUE(sinks[i]->messages.empty()) << "cycle " << i;  // no message for our own close
+  }
+}
+
+}  // namespace
+}  // namespace mdclient_test
