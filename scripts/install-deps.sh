@@ -13,7 +13,7 @@ PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
   gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-tools
   libgtest-dev libgmock-dev libbenchmark-dev
-  ffmpeg iproute2 util-linux
+  ffmpeg iproute2 util-linux curl
   libjpeg-dev
 )
 

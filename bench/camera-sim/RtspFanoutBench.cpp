@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "ProcessStats.h"
 #include "RtspExchange.h"
 #include "camera_sim/RtspServer.h"
 
@@ -90,23 +91,6 @@ void StopSimulator(SimulatorProcess* process) {
   g_holdFds.erase(std::find(g_holdFds.begin(), g_holdFds.end(), process->holdFd));
   int status = 0;
   ::waitpid(process->pid, &status, 0);
-}
-
-// User plus system CPU time of a process, in seconds.
-double CpuSeconds(pid_t pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  std::string field;
-  unsigned long long utime = 0, stime = 0;
-  for (int index = 3; fields >> field; ++index) {
-    if (index == 14) utime = std::stoull(field);
-    if (index == 15) {
-      stime = std::stoull(field);
-      break;
-    }
-  }
-  return static_cast<double>(utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 class Clients {
@@ -182,13 +166,13 @@ Measurement Measure(int simulators, int clientsEach, double seconds) {
     }
     std::this_thread::sleep_for(2s);
     std::vector<double> before;
-    for (auto& process : processes) before.push_back(CpuSeconds(process.pid));
+    for (auto& process : processes) before.push_back(bench::ProcessCpuSeconds(process.pid));
     const long long packetsBefore = clients.Packets();
     const auto start = std::chrono::steady_clock::now();
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     double cpu = 0;
-    for (size_t i = 0; i < processes.size(); ++i) cpu += CpuSeconds(processes[i].pid) - before[i];
+    for (size_t i = 0; i < processes.size(); ++i) cpu += bench::ProcessCpuSeconds(processes[i].pid) - before[i];
     result.cpuPerSecond = cpu / wall / simulators;
     result.packetsPerSecond = static_cast<double>(clients.Packets() - packetsBefore) / wall;
   }

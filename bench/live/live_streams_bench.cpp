@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "ProcessStats.h"
 #include "evlog.h"
 #include "netcam_plugin.h"
 
@@ -34,31 +35,6 @@ extern char** environ;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double ProcessCpuSeconds(pid_t pid) {
-  std::ifstream stat("/proc/" + (pid == 0 ? std::string("self") : std::to_string(pid)) + "/stat");
-  std::string content((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-  size_t close = content.rfind(')');
-  if (close == std::string::npos) return 0;
-  std::istringstream fields(content.substr(close + 2));
-  std::string field;
-  unsigned long long utime = 0, stime = 0;
-  for (int index = 3; fields >> field; ++index) {
-    if (index == 14) utime = std::stoull(field);
-    if (index == 15) {
-      stime = std::stoull(field);
-      break;
-    }
-  }
-  return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
-double ResidentMegabytes() {
-  std::ifstream statm("/proc/self/statm");
-  long pages = 0, resident = 0;
-  statm >> pages >> resident;
-  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1024.0 * 1024.0);
-}
 
 pid_t Spawn(const std::vector<std::string>& args) {
   std::vector<char*> argv;
@@ -129,7 +105,7 @@ int main(int argc, char** argv) {
 
   // --- the plug-in ---
   DeviceObject_Init(nullptr);
-  const double rssBefore = ResidentMegabytes();
+  const double rssBefore = bench::ResidentMegabytes();
   std::vector<PluginDeviceHandle> devices;
   std::vector<std::unique_ptr<StreamProbe>> probes;
   const std::string params = "videoencoding=" + codec;
@@ -147,16 +123,16 @@ int main(int argc, char** argv) {
     if (DeviceObject_StartStream(devices.back(), &request, &StreamProbe::OnBlock, probes.back().get()) == 0) ++started;
   }
   std::this_thread::sleep_for(std::chrono::seconds(3));  // every stream past its first key frame
-  const double pluginCpu0 = ProcessCpuSeconds(0);
+  const double pluginCpu0 = bench::ProcessCpuSeconds(0);
   const auto window0 = Clock::now();
   uint64_t blocks0 = 0;
   for (auto& probe : probes) blocks0 += probe->dataBlocks;
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-  const double pluginCpu = ProcessCpuSeconds(0) - pluginCpu0;
+  const double pluginCpu = bench::ProcessCpuSeconds(0) - pluginCpu0;
   const double window = std::chrono::duration<double>(Clock::now() - window0).count();
   uint64_t blocks1 = 0;
   for (auto& probe : probes) blocks1 += probe->dataBlocks;
-  const double rssDuring = ResidentMegabytes();
+  const double rssDuring = bench::ResidentMegabytes();
   std::vector<double> firstData;
   for (auto& probe : probes)
     if (probe->firstDataMicros >= 0) firstData.push_back(static_cast<double>(probe->firstDataMicros) / 1000.0);
@@ -175,11 +151,11 @@ int main(int argc, char** argv) {
   }
   std::this_thread::sleep_for(std::chrono::seconds(3));
   double ffmpegCpu0 = 0;
-  for (pid_t pid : ffmpegs) ffmpegCpu0 += ProcessCpuSeconds(pid);
+  for (pid_t pid : ffmpegs) ffmpegCpu0 += bench::ProcessCpuSeconds(pid);
   const auto anchor0 = Clock::now();
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
   double ffmpegCpu1 = 0;
-  for (pid_t pid : ffmpegs) ffmpegCpu1 += ProcessCpuSeconds(pid);
+  for (pid_t pid : ffmpegs) ffmpegCpu1 += bench::ProcessCpuSeconds(pid);
   const double anchorWindow = std::chrono::duration<double>(Clock::now() - anchor0).count();
   for (pid_t pid : ffmpegs) kill(pid, SIGKILL);
   for (pid_t pid : ffmpegs) waitpid(pid, nullptr, 0);
