@@ -23,6 +23,7 @@ if [ ! -f "$stage/META_INFO/extdev_axis.d/runtime_script/Setup.xml" ]; then
 XML
 fi
 
-export NETCAM_LOG_FILE="${NETCAM_LOG_FILE:-$PWD/$stage/netcam_plugin.log}"
-echo "plug-in log: $NETCAM_LOG_FILE"
-exec "$stage/bin/plugin-host" --plugin "$stage/plugins/axis/netcam_plugin.so" tour "$@"
+# Everything the tour writes (its log, the live video file) lands in the stage.
+cd "$stage"
+export NETCAM_LOG_FILE="${NETCAM_LOG_FILE:-$PWD/netcam_plugin.log}"
+exec bin/plugin-host --plugin plugins/axis/netcam_plugin.so tour "$@"
