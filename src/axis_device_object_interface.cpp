@@ -237,6 +237,8 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBackEx(PluginDeviceHandle h
   ConvertTime(&localStart, condition->start);
   ConvertTime(&localEnd, condition->end);
 
+  // Playback of recordings takes this condition with the two local times;
+  // until that feature is in, the converted request is answered as not supported.
   PluginPlaybackCondition forwarded{&request, &utcStart, &utcEnd, condition->value0, condition->value1,
                                     condition->value2};
   (void)forwarded;
