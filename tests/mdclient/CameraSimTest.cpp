@@ -12,53 +12,18 @@
 #include <vector>
 
 #include "LoopbackAddress.h"
+#include "ClientSink.h"
 #include "MDClient.h"
 #include "camera_sim/RtspServer.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-constexpr auto kPatience = 60s;  // bound against hangs only
+using mdclient_test::OpenClient;
+using mdclient_test::Sink;
 
 constexpr const char* kRecordingId = "20240621_151725_95E7_B8A44F9D7D55";
 constexpr int64_t kRecordingStart = 1718983045;  // 2024-06-21T15:17:25Z
-
-struct Sink {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<int> types;
-  std::string sdp;
-  std::vector<int> messages;
-
-  static void OnData(int32_t, int32_t type, const uint8_t* data, int32_t length, void* user) {
-    auto* sink = static_cast<Sink*>(user);
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    if (type == MDC_DATA_SDP) sink->sdp.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
-    sink->types.push_back(type);
-    sink->changed.notify_all();
-  }
-  static void OnMessage(int32_t, int32_t type, const char*, int32_t, void* user) {
-    auto* sink = static_cast<Sink*>(user);
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    sink->messages.push_back(type);
-    sink->changed.notify_all();
-  }
-  size_t Count(int type) {
-    std::lock_guard<std::mutex> lock(mutex);
-    return static_cast<size_t>(std::count(types.begin(), types.end(), type));
-  }
-  bool WaitForVideo(size_t count) {
-    std::unique_lock<std::mutex> lock(mutex);
-    return changed.wait_for(lock, kPatience, [&] {
-      return static_cast<size_t>(std::count(types.begin(), types.end(), MDC_DATA_VIDEO)) >= count;
-    });
-  }
-  bool WaitForMessage(int type) {
-    std::unique_lock<std::mutex> lock(mutex);
-    return changed.wait_for(lock, kPatience,
-                            [&] { return std::find(messages.begin(), messages.end(), type) != messages.end(); });
-  }
-};
 
 class MdcCameraSimTest : public ::testing::Test {
  protected:
@@ -88,16 +53,6 @@ class MdcCameraSimTest : public ::testing::Test {
            "/axis-media/media.amp?" + query;
   }
 
-  int32_t Open(const std::string& url, Sink& sink, int32_t* result, const MDC_PlayInfoV1* info = nullptr) {
-    int32_t id = MDC_Create(url.c_str(), 0);
-    EXPECT_GE(id, 0);
-    EXPECT_EQ(MDC_SetMsgCallBack(id, &Sink::OnMessage, &sink), 0);
-    if (info != nullptr) {
-      EXPECT_EQ(MDC_SetInfoV1(id, info), 0);
-    }
-    *result = MDC_Open(id, &Sink::OnData, &sink);
-    return id;
-  }
 
   std::string m_address;
   std::unique_ptr<camsim::RtspServer> m_server;
@@ -108,9 +63,9 @@ TEST_F(MdcCameraSimTest, LiveH264AndH265DeliverSdpThenVideo) {
     SCOPED_TRACE(codec);
     Sink sink;
     int32_t result = -1;
-    int32_t id = Open(Url("videocodec=" + codec + "&camera=1"), sink, &result);
+    int32_t id = OpenClient(Url("videocodec=" + codec + "&camera=1"), sink, &result);
     ASSERT_EQ(result, 0);
-    ASSERT_TRUE(sink.WaitForVideo(25));
+    ASSERT_TRUE(sink.WaitForPackets(25));
     {
       std::lock_guard<std::mutex> lock(sink.mutex);
       EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
@@ -127,7 +82,7 @@ TEST_F(MdcCameraSimTest, RecordingPlaysClockRangeToTheEnd) {
   // 35 s into the recording, 3 s long: the server ends the stream by itself.
   MDC_PlayInfoV1 info{1, 1, 0, 1.0f, 0, (kRecordingStart + 35) * 1e6, (kRecordingStart + 38) * 1e6};
   int32_t result = -1;
-  int32_t id = Open(Url(std::string("recordingid=") + kRecordingId), sink, &result, &info);
+  int32_t id = OpenClient(Url(std::string("recordingid=") + kRecordingId), sink, &result, &info);
   ASSERT_EQ(result, 0);
   ASSERT_TRUE(sink.WaitForMessage(MDC_MSG_COMPLETE));
   EXPECT_GT(sink.Count(MDC_DATA_VIDEO), 25u);
@@ -138,16 +93,16 @@ TEST_F(MdcCameraSimTest, RecordingPlaysClockRangeToTheEnd) {
 TEST_F(MdcCameraSimTest, PauseAndResume) {
   Sink sink;
   int32_t result = -1;
-  int32_t id = Open(Url(std::string("recordingid=") + kRecordingId), sink, &result);
+  int32_t id = OpenClient(Url(std::string("recordingid=") + kRecordingId), sink, &result);
   ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForVideo(10));
+  ASSERT_TRUE(sink.WaitForPackets(10));
   MDC_StatusChange change{};
   change.kind = MDC_STATUS_PAUSE;
   EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
   size_t atResume = sink.Count(MDC_DATA_VIDEO);
   change.kind = MDC_STATUS_RESUME;
   EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
-  EXPECT_TRUE(sink.WaitForVideo(atResume + 10));
+  EXPECT_TRUE(sink.WaitForPackets(atResume + 10));
   EXPECT_EQ(MDC_Close(id), 0);
   EXPECT_EQ(MDC_Destroy(id), 0);
 }
@@ -156,7 +111,7 @@ TEST_F(MdcCameraSimTest, MissingOrWrongCredentialsAreRefused) {
   for (const std::string userInfo : {"", "root:wrong"}) {
     Sink sink;
     int32_t result = -1;
-    int32_t id = Open(Url("videocodec=h264&camera=1", userInfo), sink, &result);
+    int32_t id = OpenClient(Url("videocodec=h264&camera=1", userInfo), sink, &result);
     EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_AUTH)) << userInfo;
     EXPECT_EQ(MDC_Destroy(id), 0);
   }
@@ -165,9 +120,9 @@ TEST_F(MdcCameraSimTest, MissingOrWrongCredentialsAreRefused) {
 TEST_F(MdcCameraSimTest, ServerDisconnectIsReported) {
   Sink sink;
   int32_t result = -1;
-  int32_t id = Open(Url("videocodec=h264&camera=1"), sink, &result);
+  int32_t id = OpenClient(Url("videocodec=h264&camera=1"), sink, &result);
   ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForVideo(5));
+  ASSERT_TRUE(sink.WaitForPackets(5));
   m_server->DisconnectAll();
   EXPECT_TRUE(sink.WaitForMessage(MDC_MSG_CLOSED));
   EXPECT_EQ(MDC_Destroy(id), 0);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "LoopbackAddress.h"
+#include "ClientSink.h"
 #include "MDClient.h"
 #include "ScriptedRtspPeer.h"
 
@@ -24,45 +25,8 @@ namespace mdclient_test {
 namespace {
 
 using namespace std::chrono_literals;
-// Upper bound against hangs only; nothing is asserted about speed.
-constexpr auto kPatience = 30s;
+constexpr auto kPatience = Sink::kPatience;
 
-// Collects what one client delivers.
-struct Sink {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<int> types;
-  std::string sdp;
-  std::vector<int> messages;
-  std::atomic<bool> closeReturned{false};
-  std::atomic<int> afterClose{0};
-
-  static void OnData(int32_t, int32_t type, const uint8_t* data, int32_t length, void* user) {
-    auto* sink = static_cast<Sink*>(user);
-    if (sink->closeReturned) ++sink->afterClose;
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    if (type == MDC_DATA_SDP) sink->sdp.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
-    sink->types.push_back(type);
-    sink->changed.notify_all();
-  }
-  static void OnMessage(int32_t, int32_t type, const char*, int32_t, void* user) {
-    auto* sink = static_cast<Sink*>(user);
-    if (sink->closeReturned) ++sink->afterClose;
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    sink->messages.push_back(type);
-    sink->changed.notify_all();
-  }
-  bool WaitFor(const std::function<bool()>& condition) {
-    std::unique_lock<std::mutex> lock(mutex);
-    return changed.wait_for(lock, kPatience, condition);
-  }
-  bool WaitForPackets(size_t count, int type = MDC_DATA_VIDEO) {
-    return WaitFor([&] { return static_cast<size_t>(std::count(types.begin(), types.end(), type)) >= count; });
-  }
-  bool WaitForMessage() {
-    return WaitFor([&] { return !messages.empty(); });
-  }
-};
 
 CameraBehaviour Camera(const std::function<void(CameraBehaviour&)>& edit) {
   CameraBehaviour behaviour;
@@ -70,17 +34,6 @@ CameraBehaviour Camera(const std::function<void(CameraBehaviour&)>& edit) {
   return behaviour;
 }
 
-// Creates, subscribes and opens; the result of MDC_Open in *openResult.
-int32_t OpenClient(const std::string& url, Sink& sink, int32_t* openResult, const MDC_PlayInfoV1* info = nullptr) {
-  int32_t id = MDC_Create(url.c_str(), 0);
-  EXPECT_GE(id, 0);
-  EXPECT_EQ(MDC_SetMsgCallBack(id, &Sink::OnMessage, &sink), 0);
-  if (info != nullptr) {
-    EXPECT_EQ(MDC_SetInfoV1(id, info), 0);
-  }
-  *openResult = MDC_Open(id, &Sink::OnData, &sink);
-  return id;
-}
 
 TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
   EXPECT_LT(MDC_Create(nullptr, 0), 0);

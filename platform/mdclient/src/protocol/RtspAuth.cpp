@@ -1,4 +1,5 @@
 #include "protocol/RtspAuth.h"
+#include "protocol/Text.h"
 
 #include <openssl/evp.h>
 
@@ -7,14 +8,6 @@
 
 namespace mdclient {
 namespace {
-
-bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
-  }
-  return true;
-}
 
 void SkipBlanksAndCommas(std::string_view& text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t' || text.front() == ',')) text.remove_prefix(1);

@@ -1,4 +1,5 @@
 #include "protocol/RtspParser.h"
+#include "protocol/Text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -6,20 +7,6 @@
 
 namespace mdclient {
 namespace {
-
-bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
-  }
-  return true;
-}
-
-std::string_view Trim(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) text.remove_suffix(1);
-  return text;
-}
 
 // Characters of a method name or of "RTSP/1.0": anything else at the start
 // of a message means the stream is not RTSP, and we stop at once instead of

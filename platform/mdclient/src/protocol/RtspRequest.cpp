@@ -1,4 +1,5 @@
 #include "protocol/RtspRequest.h"
+#include "protocol/Text.h"
 
 #include <cctype>
 #include <cmath>
@@ -7,20 +8,6 @@
 
 namespace mdclient {
 namespace {
-
-std::string_view Trim(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-  return text;
-}
-
-bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
-  }
-  return true;
-}
 
 bool ParseSmallNumber(std::string_view text, int* value) {
   if (text.empty() || text.size() > 6) return false;

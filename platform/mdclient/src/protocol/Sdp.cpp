@@ -1,19 +1,10 @@
 #include "protocol/Sdp.h"
+#include "protocol/Text.h"
 
 #include <cctype>
 
 namespace mdclient {
 namespace {
-
-bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
-  for (size_t i = 0; i < prefix.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(text[i])) != std::tolower(static_cast<unsigned char>(prefix[i]))) {
-      return false;
-    }
-  }
-  return true;
-}
 
 MediaKind KindOf(std::string_view type) {
   if (type == "video") return MediaKind::kVideo;

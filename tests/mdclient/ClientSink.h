@@ -1,0 +1,79 @@
+// ClientSink.h - collects what one media-client session delivers, for tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "MDClient.h"
+
+namespace mdclient_test {
+
+struct Sink {
+  // Upper bound against hangs only; nothing is asserted about speed.
+  static constexpr std::chrono::seconds kPatience{60};
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<int> types;
+  std::string sdp;
+  std::vector<int> messages;
+  // Set by a test once MDC_Close returned: any later callback is counted.
+  std::atomic<bool> closeReturned{false};
+  std::atomic<int> afterClose{0};
+
+  static void OnData(int32_t, int32_t type, const uint8_t* data, int32_t length, void* user) {
+    auto* sink = static_cast<Sink*>(user);
+    if (sink->closeReturned) ++sink->afterClose;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    if (type == MDC_DATA_SDP) sink->sdp.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
+    sink->types.push_back(type);
+    sink->changed.notify_all();
+  }
+  static void OnMessage(int32_t, int32_t type, const char*, int32_t, void* user) {
+    auto* sink = static_cast<Sink*>(user);
+    if (sink->closeReturned) ++sink->afterClose;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    sink->messages.push_back(type);
+    sink->changed.notify_all();
+  }
+  size_t Count(int type) {
+    std::lock_guard<std::mutex> lock(mutex);
+    return static_cast<size_t>(std::count(types.begin(), types.end(), type));
+  }
+  bool WaitFor(const std::function<bool()>& condition) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, kPatience, condition);
+  }
+  bool WaitForPackets(size_t count, int type = MDC_DATA_VIDEO) {
+    return WaitFor([&] { return static_cast<size_t>(std::count(types.begin(), types.end(), type)) >= count; });
+  }
+  // Any message, or one of `type`.
+  bool WaitForMessage(int type = -1) {
+    return WaitFor([&] {
+      return type < 0 ? !messages.empty() : std::find(messages.begin(), messages.end(), type) != messages.end();
+    });
+  }
+};
+
+// Creates, subscribes and opens; the result of MDC_Open in *openResult.
+inline int32_t OpenClient(const std::string& url, Sink& sink, int32_t* openResult,
+                          const MDC_PlayInfoV1* info = nullptr) {
+  int32_t id = MDC_Create(url.c_str(), 0);
+  EXPECT_GE(id, 0);
+  EXPECT_EQ(MDC_SetMsgCallBack(id, &Sink::OnMessage, &sink), 0);
+  if (info != nullptr) {
+    EXPECT_EQ(MDC_SetInfoV1(id, info), 0);
+  }
+  *openResult = MDC_Open(id, &Sink::OnData, &sink);
+  return id;
+}
+
+}  // namespace mdclient_test
