@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "camera_sim/UrlDecode.h"
+
 namespace camsim {
 
 struct HttpRequest {
@@ -33,8 +35,6 @@ struct HttpResponse {
 
 // Query string to (decoded name -> decoded value); the first occurrence of a name wins.
 std::map<std::string, std::string> ParseQuery(std::string_view query);
-// Percent-decoding; '+' becomes a blank (form encoding, as the cameras' CGIs accept it).
-std::string UrlDecode(std::string_view text, bool plusIsSpace = true);
 
 HttpResponse TextAnswer(int status, std::string body, std::string contentType = "text/plain");
 // The camera's own 404 page.
