@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "LogCapture.h"
-#include "TimeConversions.h"
+#include "session/TimeConversions.h"
 #include "netcam_plugin.h"
 
 namespace {

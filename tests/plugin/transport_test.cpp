@@ -4,7 +4,7 @@
 
 #include "LogCapture.h"
 #include "PluginTestSupport.h"
-#include "axis_device_object_implement.h"
+#include "session/axis_device_object_implement.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "HttpClientCurl.h"
-#include "PluginLog.h"
+#include "session/HttpClientCurl.h"
+#include "session/PluginLog.h"
 #include "RapidJsonProto.h"
-#include "axis_device_object_implement.h"
+#include "session/axis_device_object_implement.h"
 
 namespace {
 

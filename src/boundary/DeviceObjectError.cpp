@@ -1,4 +1,4 @@
-#include "DeviceObjectError.h"
+#include "boundary/DeviceObjectError.h"
 
 #include <cstdio>
 

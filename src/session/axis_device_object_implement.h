@@ -1,10 +1,11 @@
 // axis_device_object_implement.h - the per-camera device object behind every
-// handle the platform holds. Its operations live in one source file per area:
-//   axis_device_object_implement.cpp  construction and destruction
-//   device_session.cpp                opening, identity, VAPIX requests
-//   status_documents.cpp              configuration commands, disks
-//   live_stream.cpp, stream_delivery.cpp, playback.cpp   media
-// and each later feature adds its own file.
+// handle the platform holds, and the one header every area of src/ includes.
+// Its operations live in one source file per feature area, grouped by subsystem:
+//   session/   construction (axis_device_object_implement.cpp), opening,
+//              identity and the VAPIX requests (device_session.cpp)
+//   media/     live stream, delivery of stream blocks, playback
+//   control/   configuration commands, disks, and the other device documents
+// and recordings/, schedule/ and events/ as those features land.
 #pragma once
 
 #include <atomic>

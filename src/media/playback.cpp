@@ -2,9 +2,9 @@
 // times the repackager reports, and pause, resume and speed of a running session.
 #include <cstring>
 
-#include "PluginLog.h"
-#include "TimeConversions.h"
-#include "axis_device_object_implement.h"
+#include "session/PluginLog.h"
+#include "session/TimeConversions.h"
+#include "session/axis_device_object_implement.h"
 
 void CPlgDeviceObjectImplement::CheckFileEnd(CPlgDeviceObjectImplement* pStream, const PluginGlobalTime* pGlobalTime) {
   if (pGlobalTime == nullptr) {

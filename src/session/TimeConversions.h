@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "PluginLog.h"
+#include "session/PluginLog.h"
 #include "TimeUtil.h"
 #include "netcam_plugin.h"
 

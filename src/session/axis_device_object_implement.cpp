@@ -1,6 +1,6 @@
-#include "axis_device_object_implement.h"
+#include "session/axis_device_object_implement.h"
 
-#include "PluginLog.h"
+#include "session/PluginLog.h"
 
 CPlgDeviceObjectImplement::CPlgDeviceObjectImplement() = default;
 

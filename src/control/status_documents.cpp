@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "PluginLog.h"
+#include "session/PluginLog.h"
 #include "XmlMarkup.h"
-#include "axis_device_object_implement.h"
+#include "session/axis_device_object_implement.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "HttpClientCurl.h"
+#include "session/HttpClientCurl.h"
 
 #include <memory>
 
-#include "PluginLog.h"
+#include "session/PluginLog.h"
 
 namespace {
 

@@ -8,12 +8,12 @@
 #include <new>
 #include <string>
 
-#include "DeviceObjectError.h"
+#include "boundary/DeviceObjectError.h"
 #include "MDClient.h"
-#include "PluginLog.h"
+#include "session/PluginLog.h"
 #include "ThreadManager.h"
-#include "TimeConversions.h"
-#include "axis_device_object_implement.h"
+#include "session/TimeConversions.h"
+#include "session/axis_device_object_implement.h"
 #include "kor.h"
 #include "netcam_plugin.h"
 

@@ -4,8 +4,8 @@
 
 #include "MDClient.h"
 #include "MuxConvert.h"
-#include "PluginLog.h"
-#include "axis_device_object_implement.h"
+#include "session/PluginLog.h"
+#include "session/axis_device_object_implement.h"
 
 namespace {
 
