@@ -1,5 +1,6 @@
 #include "HostCommand.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -22,10 +23,21 @@ DeviceLoginParam HostContext::LoginParam() const {
   return login;
 }
 
+int HostContext::Fail(int exitCode, const char* format, ...) {
+  char reason[512];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(reason, sizeof reason, format, args);
+  va_end(args);
+  std::fprintf(stderr, "plugin-host: %s\n", reason);
+  if (failure.empty()) failure = reason;
+  return exitCode;
+}
+
 bool OpenCamera(HostContext& context, PluginDeviceHandle handle) {
   const auto* common = context.plugin.Query<PluginCommonTable>("common");
   if (common == nullptr) {
-    std::fprintf(stderr, "plugin-host: the plug-in has no \"common\" table\n");
+    context.Fail(1, "the plug-in has no \"common\" table");
     return false;
   }
   const DeviceLoginParam login = context.LoginParam();
@@ -33,10 +45,7 @@ bool OpenCamera(HostContext& context, PluginDeviceHandle handle) {
   std::printf("open %s:%u as %s: %s\n", context.camera.host.c_str(), context.camera.httpPort,
               context.camera.user.c_str(), result == 0 ? "ok" : "FAILED");
   if (result != 0) {
-    std::fprintf(stderr,
-                 "plugin-host: the camera could not be opened (result %d); the plug-in's log says why "
-                 "(NETCAM_LOG_FILE, NETCAM_LOG_LEVEL)\n",
-                 result);
+    context.Fail(2, "OpenDevice returned %d: the camera could not be opened; the plug-in's log says why", result);
   }
   return result == 0;
 }

@@ -28,6 +28,13 @@ struct HostContext {
     return found == options.end() ? fallback : found->second;
   }
   DeviceLoginParam LoginParam() const;
+
+  // Why the command failed, in a few words, for the tour's summary table; the
+  // first reason given wins.
+  std::string failure;
+  // Prints "plugin-host: <reason>" to standard error, keeps the reason and
+  // returns exitCode, so a failure path reads `return context.Fail(3, ...)`.
+  int Fail(int exitCode, const char* format, ...) __attribute__((format(printf, 3, 4)));
 };
 
 // A command returns the process exit code (0 success).
@@ -46,5 +53,6 @@ struct HostCommandRegistration {
   explicit HostCommandRegistration(HostCommandInfo info);
 };
 
-// Opens the camera through the plug-in's "common" table; prints the outcome.
+// Opens the camera through the plug-in's "common" table; prints the outcome and
+// gives the reason to context.Fail when it did not open.
 bool OpenCamera(HostContext& context, PluginDeviceHandle handle);

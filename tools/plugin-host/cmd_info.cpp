@@ -24,16 +24,13 @@ void PrintIdentity(HostContext& context, PluginDeviceHandle handle) {
 
 int RunInfo(HostContext& context) {
   DeviceInstance device(context.plugin);
-  if (device.Handle() == nullptr) {
-    std::fprintf(stderr, "plugin-host: the plug-in could not create a device object\n");
-    return 1;
-  }
+  if (device.Handle() == nullptr) return context.Fail(1, "the plug-in could not create a device object");
   if (!OpenCamera(context, device.Handle())) return 2;
   PrintIdentity(context, device.Handle());
   const auto* common = context.plugin.Query<PluginCommonTable>("common");
   const int32_t closed = common->CloseDevice(device.Handle());
   std::printf("close: %s\n", closed == 0 ? "ok" : "FAILED");
-  return closed == 0 ? 0 : 1;
+  return closed == 0 ? 0 : context.Fail(1, "CloseDevice returned %d", closed);
 }
 
 const HostCommandRegistration kInfo({"info", "info", "open the camera, print its identity, close it", RunInfo});

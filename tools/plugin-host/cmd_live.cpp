@@ -58,23 +58,17 @@ int RunLive(HostContext& context) {
   const std::string codec = context.Option("codec", "h264");
   const int channel = std::atoi(context.Option("channel", "0").c_str());
   if (seconds <= 0 || (codec != "h264" && codec != "h265") || channel < 0) {
-    std::fprintf(stderr, "plugin-host live: --seconds > 0, --codec h264|h265, --channel >= 0\n");
-    return 64;
+    return context.Fail(64, "live: --seconds > 0, --codec h264|h265, --channel >= 0");
   }
   const auto* stream = context.plugin.Query<PluginStreamTable>("stream");
-  if (stream == nullptr) {
-    std::fprintf(stderr, "plugin-host: the plug-in has no \"stream\" table\n");
-    return 1;
-  }
+  if (stream == nullptr) return context.Fail(1, "the plug-in has no \"stream\" table");
   DeviceInstance device(context.plugin);
-  if (device.Handle() == nullptr || !OpenCamera(context, device.Handle())) return 2;
+  if (device.Handle() == nullptr) return context.Fail(1, "the plug-in could not create a device object");
+  if (!OpenCamera(context, device.Handle())) return 2;
 
   LiveSink sink;
   sink.file = std::fopen(output.c_str(), "wb");
-  if (sink.file == nullptr) {
-    std::fprintf(stderr, "plugin-host: cannot write %s\n", output.c_str());
-    return 73;
-  }
+  if (sink.file == nullptr) return context.Fail(73, "cannot write %s", output.c_str());
   const std::string params = "videoencoding=" + codec;
   PluginStreamRequest request{};
   request.address = context.camera.host.c_str();
@@ -91,8 +85,7 @@ int RunLive(HostContext& context) {
   const int32_t result = stream->StartStream(device.Handle(), &request, &LiveSink::OnBlock, &sink);
   int exitCode = 0;
   if (result != 0) {
-    std::fprintf(stderr, "plugin-host: StartStream failed (%d); see the plug-in's log\n", result);
-    exitCode = 3;
+    exitCode = context.Fail(3, "StartStream returned %d; the plug-in's log says why", result);
   } else {
     const bool terminal = isatty(STDOUT_FILENO) != 0;
     double elapsed = 0;
@@ -124,14 +117,11 @@ int RunLive(HostContext& context) {
               static_cast<unsigned long long>(sink.dataBlocks.load()),
               static_cast<unsigned long long>(sink.endBlocks.load()), static_cast<unsigned long long>(sink.bytes.load()),
               output.c_str());
-  if (sink.writeFailed) {
-    std::fprintf(stderr, "plugin-host: writing %s failed\n", output.c_str());
-    return 74;
-  }
-  if (exitCode == 0 && (sink.headBlocks == 0 || sink.dataBlocks == 0)) {
-    std::fprintf(stderr, "plugin-host: no video arrived\n");
-    exitCode = 4;
-  }
+  if (sink.writeFailed) return context.Fail(74, "writing %s failed", output.c_str());
+  if (exitCode == 0 && (sink.headBlocks == 0 || sink.dataBlocks == 0))
+    exitCode = context.Fail(4, "no video arrived (%llu HEAD, %llu DATA blocks)",
+                            static_cast<unsigned long long>(sink.headBlocks.load()),
+                            static_cast<unsigned long long>(sink.dataBlocks.load()));
   const auto* common = context.plugin.Query<PluginCommonTable>("common");
   common->CloseDevice(device.Handle());
   return exitCode;

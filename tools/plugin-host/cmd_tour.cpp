@@ -1,6 +1,10 @@
-// plugin-host tour: discovery, then every capability command the host knows,
-// each against the same camera; prints one line per step and a summary.
+// plugin-host tour: discovery, then every capability the host knows, each
+// against the same camera, and one summary table at the end: a line per
+// capability, "ok" or why it failed. Run against a real camera (--camera) the
+// table says what that camera and its firmware support.
+#include <algorithm>
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -8,52 +12,78 @@
 
 namespace {
 
-// The order of the tour; commands not built into this host are skipped.
-const std::vector<std::string> kTourOrder = {"info", "live"};
+// One line of the summary: a capability, the command that exercises it and
+// short, self-contained settings for it.
+struct TourStep {
+  std::string capability;
+  std::string command;
+  std::map<std::string, std::string> options;
+};
 
-// Short, self-contained settings for each step of the tour.
-std::map<std::string, std::string> TourOptions(const std::string& command) {
-  if (command == "live") return {{"seconds", "3"}, {"output", "tour-live.mpg"}, {"codec", "h264"}};
-  return {};
-}
+const std::vector<TourStep> kTourSteps = {
+    {"identity", "info", {}},
+    {"live H.264", "live", {{"seconds", "3"}, {"output", "tour-live.mpg"}, {"codec", "h264"}}},
+    {"live H.265", "live", {{"seconds", "3"}, {"output", "tour-live-h265.mpg"}, {"codec", "h265"}}},
+};
 
-int PrintDiscovery(HostContext& context) {
+// Empty when every table answers, otherwise the reason.
+std::string CheckDiscovery(HostContext& context) {
   const ZPLUGIN_Interface& record = context.plugin.Record();
   std::printf("plug-in version %s\n", record.GetVersion());
   std::printf("advertised keys:");
   for (const char* const* key = record.GetInterfaceKeys(); *key != nullptr; ++key) std::printf(" %s", *key);
   std::printf("\n");
-  int missing = 0;
+  std::string missing;
   for (const char* key : {"common", "stream", "record", "talk", "talk_ex", "params", "ptz", "control", "status", "log",
                           "transmethod", "ntp"}) {
     const void* table = nullptr;
-    if (record.QueryInterface(nullptr, key, &table) != 0 || table == nullptr) {
-      std::printf("  table %-12s MISSING\n", key);
-      ++missing;
-    }
+    if (record.QueryInterface(nullptr, key, &table) != 0 || table == nullptr) missing += std::string(" ") + key;
   }
-  std::printf("discovery: %s\n", missing == 0 ? "all 12 tables answer" : "tables missing");
-  return missing == 0 ? 0 : 1;
+  if (missing.empty()) {
+    std::printf("all 12 tables answer\n");
+    return {};
+  }
+  return "tables missing:" + missing;
 }
 
 int RunTour(HostContext& context) {
-  int failures = 0;
+  std::vector<std::pair<std::string, std::string>> summary;  // capability, "ok" or reason
   std::printf("== discovery\n");
-  if (PrintDiscovery(context) != 0) ++failures;
-  for (const std::string& name : kTourOrder) {
-    auto found = HostCommands().find(name);
-    if (found == HostCommands().end()) continue;
-    std::printf("== %s\n", name.c_str());
-    HostContext step{context.plugin, context.camera, TourOptions(name)};
-    const int result = found->second.run(step);
-    std::printf("-- %s: %s\n", name.c_str(), result == 0 ? "ok" : "FAILED");
-    if (result != 0) ++failures;
+  const std::string discovery = CheckDiscovery(context);
+  summary.emplace_back("discovery", discovery.empty() ? "ok" : discovery);
+
+  for (const TourStep& step : kTourSteps) {
+    auto found = HostCommands().find(step.command);
+    if (found == HostCommands().end()) {
+      summary.emplace_back(step.capability, "not built into this host");
+      continue;
+    }
+    std::printf("== %s (%s)\n", step.capability.c_str(), step.command.c_str());
+    std::fflush(stdout);
+    HostContext stepContext{context.plugin, context.camera, step.options};
+    const int result = found->second.run(stepContext);
+    std::string outcome = "ok";
+    if (result != 0) {
+      outcome = stepContext.failure.empty() ? "failed with exit code " + std::to_string(result) : stepContext.failure;
+    }
+    summary.emplace_back(step.capability, outcome);
   }
-  std::printf("tour: %s (%d failed)\n", failures == 0 ? "ok" : "FAILED", failures);
-  return failures == 0 ? 0 : 1;
+
+  size_t width = 0;
+  for (const auto& line : summary) width = std::max(width, line.first.size());
+  size_t failed = 0;
+  std::printf("\n== summary\n");
+  for (const auto& [capability, outcome] : summary) {
+    std::printf("  %-*s  %s\n", static_cast<int>(width), capability.c_str(), outcome.c_str());
+    if (outcome != "ok") ++failed;
+  }
+  std::printf("tour: %s, %zu of %zu capabilities ok\n", failed == 0 ? "ok" : "FAILED", summary.size() - failed,
+              summary.size());
+  return failed == 0 ? 0 : 1;
 }
 
-const HostCommandRegistration kTour({"tour", "tour", "discovery, then every capability against one camera",
+const HostCommandRegistration kTour({"tour", "tour",
+                                     "discovery, then every capability against one camera, and a summary table",
                                      RunTour});
 
 }  // namespace
