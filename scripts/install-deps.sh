@@ -15,6 +15,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   ffmpeg iproute2 util-linux curl
   libjpeg-dev
+  g++-mingw-w64-x86-64-posix
 )
 
 missing=()

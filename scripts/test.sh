@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Runs every test: a normal build, then an AddressSanitizer + UBSan build.
-# Installs what it needs first.
+# Runs every test: the Windows compile check of the plug-in's sources, then a
+# normal build and an AddressSanitizer + UBSan build. Installs what it needs first.
 #   scripts/test.sh [normal] [asan] [tsan]     (default: normal asan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
+
+echo "== windows compile check"
+bash scripts/windows-check.sh
 
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
