@@ -17,6 +17,7 @@
 #include "StreamRecorder.h"
 #include "camera_sim/Camera.h"
 #include "netcam_plugin.h"
+#include "session/axis_device_object_implement.h"
 
 namespace {
 
@@ -147,6 +148,10 @@ TEST_F(LiveStream, PausedStreamDeliversNoData) {
   EXPECT_EQ(DeviceObject_PauseStream(m_device), 0);  // already paused
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   const size_t whilePaused = m_recorder.Count(PLUGIN_STREAM_DATA);
+  // A unit the repackager had in flight when the pause landed is held back too.
+  const uint8_t payload[] = {0x00, 0x00, 0x01, 0xBA};
+  const MUXC_OutputUnit late{payload, sizeof payload, 2};
+  CPlgDeviceObjectImplement::TransDataFun(&late, static_cast<CPlgDeviceObjectImplement*>(m_device));
   std::this_thread::sleep_for(std::chrono::seconds(1));
   EXPECT_EQ(m_recorder.Count(PLUGIN_STREAM_DATA), whilePaused);
 
