@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "LogCapture.h"
 #include "ThreadManager.h"
 #include "evlog.h"
 
@@ -21,28 +22,6 @@ using Tarn::Base::CTMTask;
 constexpr auto kHangGuard = std::chrono::seconds(60);  // against hangs only
 
 std::unique_ptr<CTMTask> Task(std::function<void()> work) { return std::make_unique<CTaskCommon>(std::move(work)); }
-
-// Counts error lines of module "tarnbase" that mention a text.
-struct LogCapture {
-  LogCapture() {
-    evlog_set_sink(
-        [](int level, const char* module, const char* text, void* user) {
-          auto* self = static_cast<LogCapture*>(user);
-          std::lock_guard<std::mutex> lock(self->mutex);
-          if (level == EVLOG_ERROR && std::string(module) == "tarnbase") self->errors.emplace_back(text);
-        },
-        this);
-  }
-  ~LogCapture() { evlog_set_sink(nullptr, nullptr); }
-  size_t Count(const std::string& needle) {
-    std::lock_guard<std::mutex> lock(mutex);
-    size_t count = 0;
-    for (const auto& line : errors) count += line.find(needle) != std::string::npos;
-    return count;
-  }
-  std::mutex mutex;
-  std::vector<std::string> errors;
-};
 
 // Holds a worker inside a task until opened, so its queue can be filled.
 struct Gate {
@@ -133,7 +112,7 @@ TEST_F(ThreadManagerTest, FullQueueRefusesAndLogsEachRefusal) {
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(manager.PostTask("bounded-cam", Task([&runs] { ++runs; })));
   EXPECT_FALSE(manager.PostTask("bounded-cam", Task([&runs] { ++runs; })));
   EXPECT_FALSE(manager.PostTask("bounded-cam", Task([&runs] { ++runs; })));
-  EXPECT_EQ(log.Count("bounded-cam"), 2u);
+  EXPECT_EQ(log.Matching("bounded-cam", EVLOG_ERROR).size(), 2u);
   gate.opener.set_value();
   ASSERT_TRUE(manager.ReleaseThread("bounded-cam", true));
   EXPECT_EQ(runs.load(), 3);
@@ -170,7 +149,7 @@ TEST_F(ThreadManagerTest, TaskExceptionIsLoggedAndWorkerContinues) {
   ASSERT_TRUE(manager.PostTask("throwing", Task([&runs] { ++runs; })));
   ASSERT_TRUE(manager.ReleaseThread("throwing", true));
   EXPECT_EQ(runs.load(), 1);
-  EXPECT_EQ(log.Count("throwing"), 2u);
+  EXPECT_EQ(log.Matching("throwing", EVLOG_ERROR).size(), 2u);
 }
 
 TEST_F(ThreadManagerTest, PostingRacesWithReleaseAndReservation) {

@@ -1,4 +1,5 @@
-// LogCapture.h - collects the plug-in's log lines for the lifetime of the object.
+// LogCapture.h - collects every log line (all levels, all modules) for the
+// lifetime of the object.
 #pragma once
 
 #include <mutex>
@@ -33,11 +34,11 @@ class LogCapture {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.clear();
   }
-  // Lines containing `fragment`.
-  std::vector<Line> Matching(const std::string& fragment) const {
+  // Lines containing `fragment`, at `level` or above.
+  std::vector<Line> Matching(const std::string& fragment, int level = 0) const {
     std::vector<Line> found;
     for (const Line& line : Lines())
-      if (line.text.find(fragment) != std::string::npos) found.push_back(line);
+      if (line.level >= level && line.text.find(fragment) != std::string::npos) found.push_back(line);
     return found;
   }
   bool Contains(const std::string& fragment) const { return !Matching(fragment).empty(); }
