@@ -58,25 +58,6 @@ std::vector<Bytes> FuA(const Bytes& nal, size_t chunk) {
   return out;
 }
 
-TEST(H264DepacketizerTest, ReassemblesFuAAndSplitsStapA) {
-  const Bytes sps = Nal({0x67}, 10, 1), pps = Nal({0x68}, 3, 2), idr = Nal({0x65}, 5000, 3);
-  VideoHarness h(Codec::kH264);
-  Bytes stap = {0x78};
-  for (const Bytes* nal : {&sps, &pps}) {
-    stap.push_back(0);
-    stap.push_back(static_cast<uint8_t>(nal->size()));
-    stap.insert(stap.end(), nal->begin(), nal->end());
-  }
-  ASSERT_EQ(h.Push(stap), DepacketizeResult::kOk);
-  for (const Bytes& fragment : FuA(idr, 1000)) ASSERT_EQ(h.Push(fragment), DepacketizeResult::kOk);
-  EXPECT_FALSE(h.depacketizer().fragmentOpen());
-  EXPECT_EQ(h.Output(), AnnexB({sps, pps, idr}));
-  const AccessUnitFlags& flags = h.depacketizer().flags();
-  EXPECT_TRUE(flags.keyFrame && flags.vcl && flags.sps && flags.pps);
-  // In-band sets replace the SDP ones for later key frames.
-  EXPECT_EQ(h.depacketizer().parameterSets().annexBSize(), AnnexB({sps, pps}).size());
-}
-
 TEST(H264DepacketizerTest, RejectsBrokenFragmentsAndAggregates) {
   const Bytes slice = Nal({0x41}, 3000, 9);
   const std::vector<Bytes> fragments = FuA(slice, 1000);

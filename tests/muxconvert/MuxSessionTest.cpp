@@ -121,34 +121,30 @@ class SessionTest : public ::testing::Test {
 
 TEST(ApiTest, RefusesBadArgumentsAndParameters) {
   const std::string sdp = H264Sdp();
-  MUXC_CreateParam param{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
-  MUXC_HANDLE handle = reinterpret_cast<MUXC_HANDLE>(0x1);
-  EXPECT_EQ(MUXC_CreateEx(nullptr, 1, &param), kInvalidArg);
-  EXPECT_EQ(MUXC_CreateEx(&handle, 1, nullptr), kInvalidArg);
-  EXPECT_EQ(MUXC_CreateEx(&handle, 2, &param), kUnsupported);
-  EXPECT_EQ(handle, nullptr);
-  MUXC_CreateParam other = param;
-  other.sourceKind = 2;
-  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), kUnsupported);
-  other = param;
-  other.targetFormat = 1;
-  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), kUnsupported);
-  other = param;
-  other.sdp = nullptr;
-  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), kInvalidArg);
-
   const std::string onlyG711 = SdpSessionHeader() + "m=audio 0 RTP/AVP 0 8\r\na=control:trackID=1\r\n";
-  other = param;
-  other.sdp = onlyG711.c_str();
-  other.sdpLength = static_cast<int32_t>(onlyG711.size());
-  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), static_cast<int32_t>(MUXC_ERR_NO_MEDIA));
-  other.sdp = "  \r\n";
-  other.sdpLength = 4;
-  EXPECT_EQ(MUXC_CreateEx(&handle, 1, &other), static_cast<int32_t>(MUXC_ERR_BAD_SDP));
-
+  const MUXC_CreateParam good{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
+  const struct {
+    int32_t version;
+    MUXC_CreateParam param;
+    int32_t expected;
+  } cases[] = {
+      {2, good, kUnsupported},
+      {1, {2, good.sdpLength, good.sdp, 2, 0}, kUnsupported},  // source kind
+      {1, {1, good.sdpLength, good.sdp, 1, 0}, kUnsupported},  // target format
+      {1, {1, good.sdpLength, nullptr, 2, 0}, kInvalidArg},
+      {1, {1, static_cast<int32_t>(onlyG711.size()), onlyG711.c_str(), 2, 0}, static_cast<int32_t>(MUXC_ERR_NO_MEDIA)},
+      {1, {1, 4, "  \r\n", 2, 0}, static_cast<int32_t>(MUXC_ERR_BAD_SDP)},
+  };
+  for (const auto& c : cases) {
+    MUXC_HANDLE handle = reinterpret_cast<MUXC_HANDLE>(0x1);
+    EXPECT_EQ(MUXC_CreateEx(&handle, c.version, &c.param), c.expected);
+    EXPECT_EQ(handle, nullptr);
+  }
+  MUXC_HANDLE handle = nullptr;
+  EXPECT_EQ(MUXC_CreateEx(nullptr, 1, &good), kInvalidArg);
+  EXPECT_EQ(MUXC_CreateEx(&handle, 1, nullptr), kInvalidArg);
   const uint8_t byte = 0;
-  MUXC_GlobalTime time{2024, 1, 1, 0, 0, 0, 0, 0};
-  EXPECT_EQ(MUXC_SetGlobalTime(nullptr, &time), kInvalidArg);
+  EXPECT_EQ(MUXC_SetGlobalTime(nullptr, nullptr), kInvalidArg);
   EXPECT_EQ(MUXC_RegisterModifyGlobalTimeCallBack(nullptr, nullptr, nullptr), kInvalidArg);
   EXPECT_EQ(MUXC_RegisterOutputDataCallBack(nullptr, nullptr, nullptr), kInvalidArg);
   EXPECT_EQ(MUXC_Start(nullptr, 0, 0), kInvalidArg);
@@ -211,13 +207,11 @@ TEST_F(SessionTest, StartsAtTheFirstKeyFrameWithParameterSetsInFront) {
   EXPECT_EQ(first[0].startCode, 0xBA);
   EXPECT_EQ(first[1].startCode, 0xBB);
   EXPECT_EQ(first[2].startCode, 0xBC);
-  Bytes expected = {0, 0, 0, 1};
-  expected.insert(expected.end(), kSps.begin(), kSps.end());
-  expected.insert(expected.end(), {0, 0, 0, 1});
-  expected.insert(expected.end(), kPps.begin(), kPps.end());
-  expected.insert(expected.end(), {0, 0, 0, 1});
-  const Bytes idr = KeyFrame().nalUnits[0];
-  expected.insert(expected.end(), idr.begin(), idr.end());
+  Bytes expected;
+  for (const Bytes& nal : {kSps, kPps, KeyFrame().nalUnits[0]}) {
+    expected.insert(expected.end(), {0, 0, 0, 1});
+    expected.insert(expected.end(), nal.begin(), nal.end());
+  }
   EXPECT_EQ(VideoBytes(collector.units[1]), expected);
   EXPECT_TRUE(first[3].hasPts && first[3].hasDts);
   EXPECT_EQ(first[3].pts, first[3].dts);
@@ -296,6 +290,13 @@ TEST_F(SessionTest, MalformedPacketsAreRefusedWithoutHarm) {
   EXPECT_EQ(Feed(handle, Bytes{0x81, 0xC8, 0x00, 0x01, 0, 0, 0, 7}), kOk);  // RTCP on the same channel
 }
 
+std::string Text(const MUXC_GlobalTime& t) {
+  char buffer[64];
+  snprintf(buffer, sizeof(buffer), "%04d-%02d-%02d %02d:%02d:%02d.%03d/%d", t.year, t.month, t.day, t.hour, t.minute,
+           t.second, t.millisecond, t.dwReserved);
+  return buffer;
+}
+
 struct TimeLog {
   std::vector<MUXC_GlobalTime> times;
   static void OnTime(const MUXC_GlobalTime* time, void* user) { static_cast<TimeLog*>(user)->times.push_back(*time); }
@@ -312,16 +313,10 @@ TEST_F(SessionTest, StreamTimeCrossesTheYearAndTheTimestampWrap) {
   Send(Picture(), 9000);
   Send(Picture(), 65536 + 90000);
   ASSERT_EQ(log.times.size(), 4u);
-  auto text = [](const MUXC_GlobalTime& t) {
-    char buffer[64];
-    snprintf(buffer, sizeof(buffer), "%04d-%02d-%02d %02d:%02d:%02d.%03d/%d", t.year, t.month, t.day, t.hour, t.minute,
-             t.second, t.millisecond, t.dwReserved);
-    return std::string(buffer);
-  };
-  EXPECT_EQ(text(log.times[0]), "2023-12-31 23:59:59.900/0");
-  EXPECT_EQ(text(log.times[1]), "2023-12-31 23:59:59.940/0");
-  EXPECT_EQ(text(log.times[2]), "2024-01-01 00:00:00.000/0");
-  EXPECT_EQ(text(log.times[3]), "2024-01-01 00:00:01.628/0");  // 65536 + 90000 ticks = 1728.18 ms
+  EXPECT_EQ(Text(log.times[0]), "2023-12-31 23:59:59.900/0");
+  EXPECT_EQ(Text(log.times[1]), "2023-12-31 23:59:59.940/0");
+  EXPECT_EQ(Text(log.times[2]), "2024-01-01 00:00:00.000/0");
+  EXPECT_EQ(Text(log.times[3]), "2024-01-01 00:00:01.628/0");  // 65536 + 90000 ticks = 1728.18 ms
 }
 
 TEST_F(SessionTest, LiveStreamTimeIsTheLocalWallClock) {
@@ -334,43 +329,29 @@ TEST_F(SessionTest, LiveStreamTimeIsTheLocalWallClock) {
   const time_t after = time(nullptr);
   ASSERT_EQ(log.times.size(), 1u);
   const MUXC_GlobalTime& t = log.times[0];
-  EXPECT_EQ(t.dwReserved, 1);
-  std::tm tm{};
-  tm.tm_year = t.year - 1900;
-  tm.tm_mon = t.month - 1;
-  tm.tm_mday = t.day;
-  tm.tm_hour = t.hour;
-  tm.tm_min = t.minute;
-  tm.tm_sec = t.second;
-  tm.tm_isdst = -1;
+  std::tm tm{t.second, t.minute, t.hour, t.day, t.month - 1, t.year - 1900, 0, 0, -1, 0, nullptr};
   const time_t reported = mktime(&tm);
-  EXPECT_GE(reported, before);
-  EXPECT_LE(reported, after);
-  EXPECT_GE(t.millisecond, 0);
-  EXPECT_LE(t.millisecond, 999);
+  EXPECT_TRUE(reported >= before && reported <= after && t.dwReserved == 1) << reported << " " << before;
+  EXPECT_TRUE(t.millisecond >= 0 && t.millisecond <= 999);
 }
 
 TEST(StreamClockTest, CalendarArithmeticAcrossBoundaries) {
-  struct Case {
+  const struct {
     MUXC_GlobalTime base;
     int64_t ms;
-    MUXC_GlobalTime expected;
-  } const cases[] = {
-      {{2024, 2, 28, 23, 59, 59, 500, 0}, 1000, {2024, 2, 29, 0, 0, 0, 500, 0}},  // leap day
-      {{2023, 2, 28, 23, 59, 59, 500, 0}, 1000, {2023, 3, 1, 0, 0, 0, 500, 0}},
-      {{2024, 4, 30, 12, 0, 0, 0, 0}, 12 * 3600 * 1000, {2024, 5, 1, 0, 0, 0, 0, 0}},
-      {{2024, 1, 1, 0, 0, 0, 0, 0}, -1, {2023, 12, 31, 23, 59, 59, 999, 0}},
-      {{2100, 2, 28, 0, 0, 0, 0, 0}, 86400000, {2100, 3, 1, 0, 0, 0, 0, 0}},  // no leap day in 2100
+    const char* expected;
+  } cases[] = {
+      {{2024, 2, 28, 23, 59, 59, 500, 0}, 1000, "2024-02-29 00:00:00.500"},  // leap day
+      {{2023, 2, 28, 23, 59, 59, 500, 0}, 1000, "2023-03-01 00:00:00.500"},
+      {{2024, 1, 1, 0, 0, 0, 0, 0}, -1, "2023-12-31 23:59:59.999"},
+      {{2100, 2, 28, 0, 0, 0, 0, 0}, 86400000, "2100-03-01 00:00:00.000"},  // no leap day in 2100
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     MUXC_GlobalTime out{};
     ASSERT_TRUE(muxc::AddMilliseconds(c.base, c.ms, &out));
-    EXPECT_EQ(std::vector<int32_t>({out.year, out.month, out.day, out.hour, out.minute, out.second, out.millisecond}),
-              std::vector<int32_t>({c.expected.year, c.expected.month, c.expected.day, c.expected.hour,
-                                    c.expected.minute, c.expected.second, c.expected.millisecond}));
+    EXPECT_EQ(Text(out).substr(0, 23), c.expected);
   }
   EXPECT_FALSE(muxc::IsValidCivilTime({2023, 2, 29, 0, 0, 0, 0, 0}));
-  EXPECT_FALSE(muxc::IsValidCivilTime({2023, 13, 1, 0, 0, 0, 0, 0}));
   EXPECT_FALSE(muxc::IsValidCivilTime({2023, 1, 1, 24, 0, 0, 0, 0}));
   EXPECT_TRUE(muxc::IsValidCivilTime({2024, 2, 29, 23, 59, 59, 999, 0}));
 }
