@@ -51,10 +51,17 @@ CEventForHttpMgr& CEventForHttpMgr::Instance() {
   return instance;
 }
 
+// The task manager is made first so that it outlives the centre: at unload
+// the centre's queues can still be released below.
+CEventForHttpMgr::CEventForHttpMgr() { Tarn::Base::CThreadManager::Instance(); }
+
 CEventForHttpMgr::~CEventForHttpMgr() {
-  // A host that unloads the plug-in without Fini must not leave a server
-  // thread calling into unmapped code.
-  if (m_bInit) Tarn::Net::CHttpServer::StopServer(m_nServerHandle);
+  // A host that unloads the plug-in without Fini: the server has already been
+  // stopped by its own library (made after us, so gone before us); no queue
+  // may run a task on this object once it is gone.
+  if (!m_bInit) return;
+  for (const char* key : {kRecvThreadKey, kResponseThreadKey})
+    Tarn::Base::CThreadManager::Instance().ReleaseThread(key, false);
 }
 
 bool CEventForHttpMgr::Init() {

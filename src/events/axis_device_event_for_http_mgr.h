@@ -41,7 +41,7 @@ class CEventForHttpMgr {
   CEventForHttpMgr& operator=(const CEventForHttpMgr&) = delete;
 
  private:
-  CEventForHttpMgr() = default;
+  CEventForHttpMgr();
   ~CEventForHttpMgr();
 
   void HttpServerCallback(int32_t link, const Tarn::Net::HttpRequest& request);
