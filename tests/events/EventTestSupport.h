@@ -71,18 +71,10 @@ inline std::string Post(const std::string& path, const std::string& body = "Moti
 
 constexpr char kMotion[] = "/axis/uploadalarm/motiondetection";
 
-struct Alarm {
-  PluginDeviceHandle device;
-  uint32_t type, value;
-  PluginAlarmRecord record;
-  intptr_t extra;
-  void* user;
-};
-
-// Collects alarms (its user value is the recorder) and notes callbacks that overlap.
+// Collects alarms and notes callbacks that overlap; its user value is the recorder itself.
 struct Recorder {
   std::mutex mutex;
-  std::vector<Alarm> alarms;
+  std::vector<std::pair<PluginDeviceHandle, PluginAlarmRecord>> alarms;
   std::atomic<int> running{0};
   std::atomic<bool> overlapped{false};
 
@@ -90,14 +82,13 @@ struct Recorder {
                                      intptr_t extra, void* user) {
     auto* self = static_cast<Recorder*>(user);
     if (self->running++ != 0) self->overlapped = true;
-    Alarm alarm{device, type, value, {}, extra, user};
-    std::memcpy(&alarm.record, record, sizeof alarm.record);
+    EXPECT_TRUE(type == 10000 && value == 1 && extra == 0) << type << " " << value << " " << extra;
     std::lock_guard<std::mutex> lock(self->mutex);
-    self->alarms.push_back(alarm);
+    self->alarms.emplace_back(device, *static_cast<const PluginAlarmRecord*>(record));
     --self->running;
     return 0;
   }
-  std::vector<Alarm> Take() {
+  std::vector<std::pair<PluginDeviceHandle, PluginAlarmRecord>> Take() {
     std::lock_guard<std::mutex> lock(mutex);
     return std::move(alarms);
   }
