@@ -93,7 +93,7 @@ struct Registry {
   }
 };
 
-Registry& Links() {
+Registry& GetRegistry() {
   static Registry registry;
   return registry;
 }
@@ -197,7 +197,7 @@ bool TakeBody(Server& server, Request& request, const char* data, size_t size) {
 
 // The whole request is in: park it and hand it to the callback.
 MHD_Result DispatchRequest(Server& server, Request& request) {
-  Registry& table = Links();
+  Registry& table = GetRegistry();
   {
     std::lock_guard<std::mutex> lock(table.linkMutex);
     if (server.stopping) return QueueText(request.connection, MHD_HTTP_SERVICE_UNAVAILABLE, "Server stopping\n");
@@ -247,7 +247,7 @@ void OnCompleted(void* /*cls*/, MHD_Connection* /*connection*/, void** context, 
   auto* request = static_cast<Request*>(*context);
   if (request == nullptr) return;
   {
-    Registry& table = Links();
+    Registry& table = GetRegistry();
     std::lock_guard<std::mutex> lock(table.linkMutex);
     if (request->state == Request::State::Waiting) table.waiting.erase(request->link);
   }
@@ -265,14 +265,15 @@ void OnLog(void* /*cls*/, const char* format, va_list args) {
 }
 
 // A waiting request is released when its peer has gone (MHD does not watch a
-// suspended connection) or when nobody answered it in time.
+// suspended connection) or when nobody answered it in time. A peer that only
+// shut down its sending side reads as gone too: cameras do not do that.
 void ReapWaiting(Server& server) {
   std::unique_lock<std::mutex> wait(server.reaperMutex);
   while (!server.reaperStop) {
     server.reaperWake.wait_for(wait, std::chrono::milliseconds(200));
     if (server.reaperStop) break;
     const auto deadline = Clock::now() - std::chrono::seconds(server.limits.nAnswerTimeoutSeconds);
-    Registry& table = Links();
+    Registry& table = GetRegistry();
     std::lock_guard<std::mutex> lock(table.linkMutex);
     std::vector<Request*> expired;
     for (const auto& [link, request] : table.waiting) {
@@ -305,7 +306,7 @@ void StopServerNow(std::unique_ptr<Server> server) {
   const MHD_socket listener = MHD_quiesce_daemon(server->daemon);
   {
     // Every suspended request must be resumed before MHD may stop.
-    Registry& links = Links();
+    Registry& links = GetRegistry();
     std::lock_guard<std::mutex> lock(links.linkMutex);
     server->stopping = true;
     std::vector<Request*> waiting;
@@ -351,7 +352,7 @@ int32_t CHttpServer::StartHttpServer(int32_t& handle, const std::string& address
   server->port = bound != nullptr ? bound->port : port;
   Server* raw = server.get();
   raw->reaper = std::thread([raw] { ReapWaiting(*raw); });
-  Registry& registry = Links();
+  Registry& registry = GetRegistry();
   std::lock_guard<std::mutex> lock(registry.serverMutex);
   do {
     registry.nextServer = registry.nextServer == std::numeric_limits<int32_t>::max() ? 1 : registry.nextServer + 1;
@@ -366,7 +367,7 @@ int32_t CHttpServer::StartHttpServer(int32_t& handle, const std::string& address
 int32_t CHttpServer::StopServer(int32_t handle) {
   std::unique_ptr<Server> server;
   {
-    Registry& registry = Links();
+    Registry& registry = GetRegistry();
     std::lock_guard<std::mutex> lock(registry.serverMutex);
     auto found = registry.servers.find(handle);
     if (found == registry.servers.end()) return kHttpErrUnknownHandle;
@@ -379,7 +380,7 @@ int32_t CHttpServer::StopServer(int32_t handle) {
 
 int32_t CHttpServer::HttpServerSyncSend(int32_t link, const HttpResponse& response, size_t length, const char* bytes) {
   if (length != 0 && bytes == nullptr) return kHttpErrInvalidArg;
-  Registry& table = Links();
+  Registry& table = GetRegistry();
   std::lock_guard<std::mutex> lock(table.linkMutex);
   auto found = table.waiting.find(link);
   if (found == table.waiting.end()) return kHttpErrLinkGone;
@@ -393,7 +394,7 @@ int32_t CHttpServer::HttpServerSyncSend(int32_t link, const HttpResponse& respon
 }
 
 uint16_t CHttpServer::GetServerPort(int32_t handle) {
-  Registry& registry = Links();
+  Registry& registry = GetRegistry();
   std::lock_guard<std::mutex> lock(registry.serverMutex);
   auto found = registry.servers.find(handle);
   return found == registry.servers.end() ? 0 : found->second->port;
