@@ -1,6 +1,7 @@
 // kor.cpp - the portable runtime on POSIX.
 #include "kor.h"
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -9,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 extern "C" {
 
@@ -49,6 +51,25 @@ int32_t KOR_ExpTimeFromTimeLocal(KOR_ExpTime* out, int64_t timeUs) {
 }
 
 int32_t KOR_GetSystemLastError(void) { return errno; }
+
+int32_t KOR_GetModuleFileName(const char* moduleName, char* path, size_t size) {
+  if (moduleName == nullptr || path == nullptr || size == 0) return KOR_ERR_INVALID_ARG;
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&KOR_GetModuleFileName), &info) == 0 || info.dli_fname == nullptr)
+    return KOR_ERR_INVALID_ARG;
+  std::string file = info.dli_fname;
+  const size_t slash = file.rfind('/');
+  if (file.compare(slash == std::string::npos ? 0 : slash + 1, std::string::npos, moduleName) != 0)
+    return KOR_ERR_INVALID_ARG;
+  if (file.front() != '/') {
+    char cwd[4096] = {};
+    if (getcwd(cwd, sizeof cwd) == nullptr) return KOR_ERR_RANGE;
+    file = std::string(cwd) + "/" + file;
+  }
+  if (file.size() >= size) return KOR_ERR_RANGE;
+  std::memcpy(path, file.c_str(), file.size() + 1);
+  return KOR_OK;
+}
 
 uint32_t KOR_GetCurrentThreadId(void) {
   // Kernel thread ids are unique among live threads and fit in 32 bits.

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "boundary/DeviceObjectError.h"
+#include "events/axis_device_event_for_http_mgr.h"
 #include "MDClient.h"
 #include "session/PluginLog.h"
 #include "ThreadManager.h"
@@ -49,12 +50,15 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_Init(void* /*reserved*/) {
   char version[128] = {};
   MDC_GetVersion(version, sizeof version);
   PLG_INFO("[%s]MDC_Version:%s.[%s(%d)]", version);
+  // Without alarms the plug-in still works.
+  if (!CEventForHttpMgr::Instance().Init()) PLG_INFO("[%s]Event mgr init failed![%s(%d)]");
   PLG_INFO("[%s]DeviceObject_Init success.[%s(%d)]");
   return NETCAM_OK;
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_Fini(void) {
   PLG_INFO("[%s]DeviceObject_Fini begin.[%s(%d)]");
+  if (!CEventForHttpMgr::Instance().UnInit()) PLG_ERROR("[%s]Event mgr unInit failed.![%s(%d)]");
   Tarn::Base::CThreadManager::Instance().UnInit();
   KOR_FiniEx();
   PLG_INFO("[%s]DeviceObject_Fini success.[%s(%d)]");
@@ -349,8 +353,9 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SetPTZConfig(PluginDeviceHandle hand
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetEventCallBack(PluginDeviceHandle handle,
-                                                             PluginAlarmCallback /*callback*/, void* /*user*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+                                                             PluginAlarmCallback callback, void* user) {
+  if (handle == nullptr) return 0;
+  return Device(handle)->SetEventCallBack(callback, user);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetAlarmOut(PluginDeviceHandle /*handle*/, int32_t /*output*/,

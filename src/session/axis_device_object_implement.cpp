@@ -1,10 +1,13 @@
 #include "session/axis_device_object_implement.h"
 
+#include "events/axis_device_event_for_http_mgr.h"
 #include "session/PluginLog.h"
 
 CPlgDeviceObjectImplement::CPlgDeviceObjectImplement() = default;
 
 CPlgDeviceObjectImplement::~CPlgDeviceObjectImplement() {
+  // Out of the alarm table first, and wait for an alarm being delivered to us.
+  CEventForHttpMgr::Instance().ForgetDevice(this);
   // Nothing may reach the platform once destruction has begun; the user
   // value is dropped only after the session can no longer call back.
   m_pfnStreamDataCB = nullptr;

@@ -5,11 +5,13 @@
 //              identity and the VAPIX requests (device_session.cpp)
 //   media/     live stream, delivery of stream blocks, playback
 //   control/   configuration commands, disks, and the other device documents
-// and recordings/, schedule/ and events/ as those features land.
+//   events/    alarm subscription (device_events.cpp)
+// and recordings/ and schedule/ as those features land.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -92,6 +94,10 @@ class CPlgDeviceObjectImplement {
   int32_t StartVoiceTalk(const PluginTalkRequest* request);
   int32_t StopVoiceTalk();
 
+  // Alarm subscription (events/device_events.cpp).
+  int32_t SetEventCallBack(PluginAlarmCallback callback, void* user);
+  int32_t InvokeEvent(uint32_t type, uint32_t value, const void* record, intptr_t extra);
+
   const DeviceLoginParam& LoginParam() const { return m_stLoginParam; }
 
  private:
@@ -130,9 +136,11 @@ class CPlgDeviceObjectImplement {
   [[maybe_unused]] int32_t m_nCurrentZoom = 0;
   [[maybe_unused]] int32_t m_nCurrentFocus = 0;
   [[maybe_unused]] int32_t m_nCurrentIris = 0;
-  // 13. Alarm callback.
-  [[maybe_unused]] PluginAlarmCallback m_pfnAlarmCB = nullptr;
-  [[maybe_unused]] void* m_pAlarmUser = nullptr;
+  // 13. Alarm callback; the pair changes on a platform thread and is read on
+  // the event centre's receive thread, so it is read and written whole.
+  PluginAlarmCallback m_pfnAlarmCB = nullptr;
+  void* m_pAlarmUser = nullptr;
+  std::mutex m_alarmLock;
   // 14-15. Recording search.
   [[maybe_unused]] bool m_bSearchStarted = false;
   [[maybe_unused]] uint64_t m_nSearchCursor = 0;

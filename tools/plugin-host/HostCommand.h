@@ -10,12 +10,17 @@
 
 #include "PluginLoader.h"
 
+namespace camsim {
+class Camera;
+}
+
 struct CameraTarget {
   std::string host;
   uint16_t httpPort = 80;
   std::string user;
   std::string password;
   bool simulated = false;  // the embedded simulator serves it
+  camsim::Camera* simulator = nullptr;  // that simulator, to have it post alarms
 };
 
 struct HostContext {

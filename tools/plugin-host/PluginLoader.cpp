@@ -8,6 +8,7 @@ PluginLoader::~PluginLoader() {
 }
 
 bool PluginLoader::Load(const std::string& path, std::string* error) {
+  m_path = path;
   m_module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (m_module == nullptr) {
     *error = "cannot load plug-in " + path + ": " + dlerror();

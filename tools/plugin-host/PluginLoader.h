@@ -17,6 +17,8 @@ class PluginLoader {
   bool Load(const std::string& path, std::string* error);
 
   const ZPLUGIN_Interface& Record() const { return *m_record; }
+  // The path the module was loaded from.
+  const std::string& Path() const { return m_path; }
   // The table for `key`, or nullptr when the plug-in does not answer it.
   template <typename Table>
   const Table* Query(const char* key) const {
@@ -27,6 +29,7 @@ class PluginLoader {
 
  private:
   void* m_module = nullptr;
+  std::string m_path;
   const ZPLUGIN_Interface* m_record = nullptr;
   bool m_initialised = false;
 };

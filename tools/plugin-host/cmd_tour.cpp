@@ -24,6 +24,7 @@ const std::vector<TourStep> kTourSteps = {
     {"identity", "info", {}},
     {"live H.264", "live", {{"seconds", "3"}, {"output", "tour-live.mpg"}, {"codec", "h264"}}},
     {"live H.265", "live", {{"seconds", "3"}, {"output", "tour-live-h265.mpg"}, {"codec", "h265"}}},
+    {"alarm events", "events", {{"seconds", "3"}, {"count", "5"}}},
 };
 
 // Empty when every table answers, otherwise the reason.

@@ -145,6 +145,7 @@ int main(int argc, char** argv) {
   if (!cameraGiven) {
     simulator = StartEmbeddedCamera(camera);
     if (!simulator) return 69;
+    camera.simulator = simulator.get();
   }
 
   PluginLoader plugin;

@@ -46,6 +46,14 @@ int32_t KOR_ExpTimeFromTimeLocal(KOR_ExpTime* out, int64_t timeUs);
 /* The calling thread's last system error (errno / GetLastError). */
 int32_t KOR_GetSystemLastError(void);
 
+/* Full path of the loaded module named `moduleName` (file name only), as the
+ * platform's GetModuleHandle/GetModuleFileName give it. On Linux the module is
+ * the one holding the runtime, which is linked into the plug-in; a relative
+ * load path is made absolute, symbolic links are kept. Returns 0,
+ * KOR_ERR_INVALID_ARG when no loaded module has that name, KOR_ERR_RANGE when
+ * `path` is too small. */
+int32_t KOR_GetModuleFileName(const char* moduleName, char* path, size_t size);
+
 /* A 32-bit id of the calling thread, stable for its lifetime. */
 uint32_t KOR_GetCurrentThreadId(void);
 

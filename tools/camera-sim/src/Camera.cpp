@@ -355,9 +355,11 @@ std::vector<RecordingClip> Camera::Recordings() const {
   return m_impl->state.Read([](const StateData& s) { return s.recordings; });
 }
 
-bool Camera::PostMotionAlarm() {
+bool Camera::PostMotionAlarm() { return PostMotionAlarm(m_impl->config.eventUrl); }
+
+bool Camera::PostMotionAlarm(const std::string& eventUrl) {
   const CameraConfig& config = m_impl->config;
-  if (config.eventUrl.empty()) {
+  if (eventUrl.empty()) {
     evlog_write(EVLOG_WARN, kLogModule, "no event URL configured; motion alarm not posted");
     return false;
   }
@@ -365,12 +367,12 @@ bool Camera::PostMotionAlarm() {
   const std::string body =
       "Motion detected on " + config.model + " " + config.serial + " camera=1 time=" + FormatUtc(now, 0) + "\r\n";
   std::string error;
-  if (!PostAlarm(config.eventUrl, config.address, body, &error)) {
-    evlog_write(EVLOG_WARN, kLogModule, "motion alarm to %s failed: %s", RedactUrl(config.eventUrl).c_str(),
+  if (!PostAlarm(eventUrl, config.address, body, &error)) {
+    evlog_write(EVLOG_WARN, kLogModule, "motion alarm to %s failed: %s", RedactUrl(eventUrl).c_str(),
                 error.c_str());
     return false;
   }
-  evlog_write(EVLOG_INFO, kLogModule, "motion alarm posted to %s", RedactUrl(config.eventUrl).c_str());
+  evlog_write(EVLOG_INFO, kLogModule, "motion alarm posted to %s", RedactUrl(eventUrl).c_str());
   return true;
 }
 

@@ -109,6 +109,8 @@ class Camera {
   // Posts one motion alarm to CameraConfig::eventUrl from the camera's own
   // address. False when there is no URL or the post was not answered with 2xx.
   bool PostMotionAlarm();
+  // The same to `eventUrl`, for a receiver known only after the camera started.
+  bool PostMotionAlarm(const std::string& eventUrl);
 
   // The bound RTSP port; 0 without an RTSP server.
   uint16_t RtspPort() const;
