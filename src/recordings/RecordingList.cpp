@@ -2,11 +2,13 @@
 #include "recordings/RecordingList.h"
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <iomanip>
+#include <iterator>
+#include <pugixml.hpp>
 #include <sstream>
-
-#include "XmlMarkup.h"
+#include <string_view>
 
 namespace recordings {
 
@@ -25,28 +27,62 @@ bool ReadLocalDate(const std::string& text, int& year, int& month, int& day) {
   return true;
 }
 
+// One pass over the attributes, matched by length and first character before
+// the bytes are compared (a recording carries a dozen attributes and thousands
+// of recordings are common). Of a name given twice the first counts, as a
+// lookup by name would find it.
+void ReadRecording(const pugi::xml_node& node, RecordingInfo& record) {
+  struct Field {
+    std::string_view name;
+    std::string RecordingInfo::*text;  // null: the status
+  };
+  static constexpr Field kFields[] = {
+      {"recordingid", &RecordingInfo::recordingId},     {"starttime", &RecordingInfo::startTime},
+      {"stoptime", &RecordingInfo::stopTime},           {"starttimelocal", &RecordingInfo::startTimeLocal},
+      {"stoptimelocal", &RecordingInfo::stopTimeLocal}, {"recordingstatus", nullptr}};
+  unsigned seen = 0;
+  for (pugi::xml_attribute attribute = node.first_attribute(); attribute; attribute = attribute.next_attribute()) {
+    const std::string_view name = attribute.name();
+    for (unsigned i = 0; i < std::size(kFields); ++i) {
+      const Field& field = kFields[i];
+      if (name.size() != field.name.size() || name[0] != field.name[0] || (seen & (1u << i)) != 0 ||
+          name != field.name) {
+        continue;
+      }
+      if (field.text != nullptr) {
+        record.*field.text = attribute.value();
+      } else {
+        record.inProgress = std::strcmp(attribute.value(), "recording") == 0;
+      }
+      seen |= 1u << i;
+      break;
+    }
+  }
+}
+
 }  // namespace
 
 ListParse ParseRecordingList(const std::string& answer, const std::string& stopText, const std::string& nowText,
                              std::vector<RecordingInfo>& list) {
-  CXmlMarkup xml;
-  xml.SetDoc(answer);  // a document that does not load has no root either
-  if (!xml.FindElem("root")) return ListParse::kNoRoot;
-  xml.IntoElem();
-  if (!xml.FindElem("recordings")) return ListParse::kNoRecordings;
-  xml.IntoElem();
+  // Read straight from pugixml's tree rather than through the XML cursor: a
+  // full card lists thousands of recordings, and the cursor's whole-document
+  // checks would cost more than the parse itself. Same parse options, same
+  // walk: the first "root", its first "recordings", every "recording" in order.
+  pugi::xml_document document;
+  if (!document.load_buffer(answer.data(), answer.size())) return ListParse::kNoRoot;
+  const pugi::xml_node root = document.child("root");
+  if (!root) return ListParse::kNoRoot;
+  const pugi::xml_node recordingsNode = root.child("recordings");
+  if (!recordingsNode) return ListParse::kNoRecordings;
   // A recording still being written ends now, but never after the window asked for.
   const std::string& openEnd = nowText > stopText ? stopText : nowText;
-  while (xml.FindElem("recording")) {
-    RecordingInfo record;
-    record.recordingId = xml.GetAttrib("recordingid");
-    record.startTime = xml.GetAttrib("starttime");
-    record.stopTime = xml.GetAttrib("stoptime");
-    record.startTimeLocal = xml.GetAttrib("starttimelocal");
-    record.stopTimeLocal = xml.GetAttrib("stoptimelocal");
-    record.inProgress = xml.GetAttrib("recordingstatus") == "recording";
+  size_t count = 0;
+  for (pugi::xml_node node = recordingsNode.child("recording"); node; node = node.next_sibling("recording")) ++count;
+  list.reserve(list.size() + count);
+  for (pugi::xml_node node = recordingsNode.child("recording"); node; node = node.next_sibling("recording")) {
+    RecordingInfo& record = list.emplace_back();
+    ReadRecording(node, record);
     if (record.stopTime.empty()) record.stopTime = openEnd;
-    list.push_back(std::move(record));
   }
   const auto byStart = [](const RecordingInfo& a, const RecordingInfo& b) { return a.startTime < b.startTime; };
   // Cameras usually answer in order already; checking is cheaper than sorting.
