@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "camera_sim/Camera.h"
+#include "evlog.h"
 #include "netcam_plugin.h"
 
 namespace {
@@ -77,6 +78,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: playback_start_bench [--rounds N]\n");
     return 2;
   }
+  // The plug-in's and the simulator's information lines would swamp the figures.
+  if (std::getenv("NETCAM_LOG_LEVEL") == nullptr) evlog_set_level(EVLOG_WARN);
   camsim::CameraConfig config;
   config.address = "127.0.98." + std::to_string(2 + getpid() % 250);
   camsim::Camera camera(config);

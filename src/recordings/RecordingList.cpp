@@ -8,7 +8,6 @@
 #include <iterator>
 #include <pugixml.hpp>
 #include <sstream>
-#include <string_view>
 
 namespace recordings {
 
@@ -27,13 +26,13 @@ bool ReadLocalDate(const std::string& text, int& year, int& month, int& day) {
   return true;
 }
 
-// One pass over the attributes, matched by length and first character before
-// the bytes are compared (a recording carries a dozen attributes and thousands
+// One pass over the attributes, matched by first character before the names
+// are compared (a recording carries a dozen attributes and thousands
 // of recordings are common). Of a name given twice the first counts, as a
 // lookup by name would find it.
 void ReadRecording(const pugi::xml_node& node, RecordingInfo& record) {
   struct Field {
-    std::string_view name;
+    const char* name;
     std::string RecordingInfo::*text;  // null: the status
   };
   static constexpr Field kFields[] = {
@@ -42,13 +41,10 @@ void ReadRecording(const pugi::xml_node& node, RecordingInfo& record) {
       {"stoptimelocal", &RecordingInfo::stopTimeLocal}, {"recordingstatus", nullptr}};
   unsigned seen = 0;
   for (pugi::xml_attribute attribute = node.first_attribute(); attribute; attribute = attribute.next_attribute()) {
-    const std::string_view name = attribute.name();
+    const char* name = attribute.name();
     for (unsigned i = 0; i < std::size(kFields); ++i) {
       const Field& field = kFields[i];
-      if (name.size() != field.name.size() || name[0] != field.name[0] || (seen & (1u << i)) != 0 ||
-          name != field.name) {
-        continue;
-      }
+      if (name[0] != field.name[0] || (seen & (1u << i)) != 0 || std::strcmp(name, field.name) != 0) continue;
       if (field.text != nullptr) {
         record.*field.text = attribute.value();
       } else {
@@ -66,10 +62,14 @@ ListParse ParseRecordingList(const std::string& answer, const std::string& stopT
                              std::vector<RecordingInfo>& list) {
   // Read straight from pugixml's tree rather than through the XML cursor: a
   // full card lists thousands of recordings, and the cursor's whole-document
-  // checks would cost more than the parse itself. Same parse options, same
-  // walk: the first "root", its first "recordings", every "recording" in order.
+  // checks would cost more than the parse itself. Same walk: the first "root",
+  // its first "recordings", every "recording" in order.
+  // Only attribute values are read: entities are expanded, but no line-end or
+  // attribute whitespace normalisation is needed.
   pugi::xml_document document;
-  if (!document.load_buffer(answer.data(), answer.size())) return ListParse::kNoRoot;
+  if (!document.load_buffer(answer.data(), answer.size(), pugi::parse_minimal | pugi::parse_escapes)) {
+    return ListParse::kNoRoot;
+  }
   const pugi::xml_node root = document.child("root");
   if (!root) return ListParse::kNoRoot;
   const pugi::xml_node recordingsNode = root.child("recordings");
