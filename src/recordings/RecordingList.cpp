@@ -26,8 +26,8 @@ bool ReadLocalDate(const std::string& text, int& year, int& month, int& day) {
   return true;
 }
 
-// One pass over the attributes, matched by first character before the names
-// are compared (a recording carries a dozen attributes and thousands
+// One pass over the attributes, matched on their first characters before the
+// names are compared (a recording carries a dozen attributes and thousands
 // of recordings are common). Of a name given twice the first counts, as a
 // lookup by name would find it.
 void ReadRecording(const pugi::xml_node& node, RecordingInfo& record) {
@@ -44,7 +44,11 @@ void ReadRecording(const pugi::xml_node& node, RecordingInfo& record) {
     const char* name = attribute.name();
     for (unsigned i = 0; i < std::size(kFields); ++i) {
       const Field& field = kFields[i];
-      if (name[0] != field.name[0] || (seen & (1u << i)) != 0 || std::strcmp(name, field.name) != 0) continue;
+      // The field names are longer than three characters; a shorter name stops at its NUL.
+      if (name[0] != field.name[0] || name[1] != field.name[1] || name[2] != field.name[2] ||
+          name[3] != field.name[3] || (seen & (1u << i)) != 0 || std::strcmp(name + 4, field.name + 4) != 0) {
+        continue;
+      }
       if (field.text != nullptr) {
         record.*field.text = attribute.value();
       } else {
@@ -76,9 +80,9 @@ ListParse ParseRecordingList(const std::string& answer, const std::string& stopT
   if (!recordingsNode) return ListParse::kNoRecordings;
   // A recording still being written ends now, but never after the window asked for.
   const std::string& openEnd = nowText > stopText ? stopText : nowText;
-  size_t count = 0;
-  for (pugi::xml_node node = recordingsNode.child("recording"); node; node = node.next_sibling("recording")) ++count;
-  list.reserve(list.size() + count);
+  size_t children = 0;  // room for every child, most of them recordings
+  for (pugi::xml_node node = recordingsNode.first_child(); node; node = node.next_sibling()) ++children;
+  list.reserve(list.size() + children);
   for (pugi::xml_node node = recordingsNode.child("recording"); node; node = node.next_sibling("recording")) {
     RecordingInfo& record = list.emplace_back();
     ReadRecording(node, record);
