@@ -62,7 +62,8 @@ TEST_F(RecordingSearch, FailedSearchesAnswerFailureThenNoMoreFiles) {
   const std::pair<camsim::Fault, const char*> cases[] = {
       {{camsim::Fault::Kind::Status, 500, "oops"}, "]GetRecordingList failed, url["},
       {{camsim::Fault::Kind::Drop}, "]GetRecordingList failed, url["},
-      {{camsim::Fault::Kind::Huge, 200, "", {}, "", 8u << 20}, "]AnalysisRecordingFile failed, url["},
+      {{camsim::Fault::Kind::Huge, 200, "", {}, "", 8u << 20}, "]No corresponding node data was parsed(root), data["},
+      {{camsim::Fault::Kind::Garbage, 200, "<root/>"}, "]No corresponding node data was parsed(recordings), data["},
   };
   for (const auto& [fault, logged] : cases) {
     m_camera->InjectFault("/axis-cgi/record/", fault);
