@@ -190,28 +190,28 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SetRecordConfig(PluginDeviceHandle h
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_FindRecordFiles(PluginDeviceHandle handle,
-                                                            const RecordSearchCondition* /*condition*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+                                                            const RecordSearchCondition* condition) {
+  return handle == nullptr ? 0 : Device(handle)->FindRecordFiles(condition);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_FindNextRecordFile(PluginDeviceHandle handle, RecordFileInfo* /*file*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_FindNextRecordFile(PluginDeviceHandle handle, RecordFileInfo* file) {
+  return handle == nullptr ? 0 : Device(handle)->FindNextRecordFile(file);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseFindRecord(PluginDeviceHandle handle) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+  return handle == nullptr ? 0 : Device(handle)->CloseFindRecord();
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBack(PluginDeviceHandle handle,
                                                           const PluginPlaybackCondition* condition,
-                                                          PluginStreamDataCallback /*callback*/, void* /*user*/) {
+                                                          PluginStreamDataCallback callback, void* user) {
   if (handle == nullptr || condition == nullptr) return NETCAM_FAIL;
-  return NETCAM_NOT_SUPPORTED;
+  return Device(handle)->StartPlayBack(condition, callback, user, nullptr, nullptr);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBackEx(PluginDeviceHandle handle,
                                                             const PluginPlaybackConditionEx* condition,
-                                                            PluginStreamDataCallback /*callback*/, void* /*user*/) {
+                                                            PluginStreamDataCallback callback, void* user) {
   if (handle == nullptr || condition == nullptr || condition->request == nullptr || condition->start == nullptr ||
       condition->end == nullptr) {
     PLG_ERROR("[%s]Input param invalid.[%s(%d)]");
@@ -241,15 +241,14 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBackEx(PluginDeviceHandle h
   ConvertTime(&localStart, condition->start);
   ConvertTime(&localEnd, condition->end);
 
-  // Playback of recordings takes this condition with the two local times;
-  // until that feature is in, the converted request is answered as not supported.
-  PluginPlaybackCondition forwarded{&request, &utcStart, &utcEnd, condition->value0, condition->value1,
-                                    condition->value2};
-  (void)forwarded;
-  return NETCAM_NOT_SUPPORTED;
+  const PluginPlaybackCondition forwarded{&request, &utcStart, &utcEnd, condition->value0, condition->value1,
+                                          condition->value2};
+  return Device(handle)->StartPlayBack(&forwarded, callback, user, &localStart, &localEnd);
 }
 
-NETCAM_API void NETCAM_CALL DeviceObject_StopPlayBack(PluginDeviceHandle /*handle*/) {}
+NETCAM_API void NETCAM_CALL DeviceObject_StopPlayBack(PluginDeviceHandle handle) {
+  if (handle != nullptr) Device(handle)->StopPlayBack();
+}
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_PauseStream(PluginDeviceHandle handle) {
   if (handle == nullptr) return NETCAM_FAIL;

@@ -56,24 +56,33 @@ int32_t CPlgDeviceObjectImplement::StartStream(const PluginStreamRequest* reques
 }
 
 bool CPlgDeviceObjectImplement::OpenMediaSession(const std::string& sessionUrl, const std::string& logUrl) {
+  const int32_t clientId = CreateMediaSession(sessionUrl, logUrl);
+  return clientId >= 0 && PlayMediaSession(clientId, logUrl);
+}
+
+int32_t CPlgDeviceObjectImplement::CreateMediaSession(const std::string& sessionUrl, const std::string& logUrl) {
   const int32_t clientId = MDC_Create(sessionUrl.c_str(), 0);
   if (clientId < 0) {
     PLG_ERROR("[%s]MDC_Create failed, err[0x%x], url[%s].[%s(%d)]", static_cast<unsigned>(clientId), logUrl.c_str());
-    return false;
+    return -1;
   }
-  int32_t result = MDC_SetMsgCallBack(clientId, &CPlgDeviceObjectImplement::PullMsgCallback, this);
+  const int32_t result = MDC_SetMsgCallBack(clientId, &CPlgDeviceObjectImplement::PullMsgCallback, this);
   if (result != 0) {
     MDC_Destroy(clientId);
-    PLG_ERROR("[%s]MDC_SetMsgCallBack failed, err[0x%x], clientid[%d], url[%s].[%s(%d)]",
-              static_cast<unsigned>(result), clientId, logUrl.c_str());
-    return false;
+    PLG_ERROR("[%s]MDC_SetMsgCallBack failed, err[0x%x], clientid[%d], url[%s].[%s(%d)]", static_cast<unsigned>(result),
+              clientId, logUrl.c_str());
+    return -1;
   }
-  result = MDC_Open(clientId, &CPlgDeviceObjectImplement::PullDataCallback, this);
+  return clientId;
+}
+
+bool CPlgDeviceObjectImplement::PlayMediaSession(int32_t clientId, const std::string& logUrl) {
+  const int32_t result = MDC_Open(clientId, &CPlgDeviceObjectImplement::PullDataCallback, this);
   if (result != 0) {
     MDC_Destroy(clientId);
     ReleaseTransform();  // an SDP may have arrived before PLAY failed
-    PLG_ERROR("[%s]MDC_Open failed, err[0x%x], clientid[%d], url[%s].[%s(%d)]", static_cast<unsigned>(result),
-              clientId, logUrl.c_str());
+    PLG_ERROR("[%s]MDC_Open failed, err[0x%x], clientid[%d], url[%s].[%s(%d)]", static_cast<unsigned>(result), clientId,
+              logUrl.c_str());
     return false;
   }
   m_nClientId = clientId;

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -19,6 +20,10 @@
 #include "MuxConvert.h"
 #include "kor.h"
 #include "netcam_plugin.h"
+
+namespace Tarn::Proto {
+class IProto;
+}
 
 // Camera identity as the camera reports it.
 struct DeviceBasicInfo {
@@ -83,10 +88,27 @@ class CPlgDeviceObjectImplement {
   static void TransDataFun(const MUXC_OutputUnit* pstDataInfo, void* user);
   static void MUXCGlobalTimeFun(const MUXC_GlobalTime* pGlobalTime, void* user);
   // Playback (playback.cpp).
+  int32_t StartPlayBack(const PluginPlaybackCondition* condition, PluginStreamDataCallback pfnDataCB, void* pUser,
+                        const PluginGlobalTime* startLocal, const PluginGlobalTime* endLocal);
+  int32_t StopPlayBack();
   int32_t PauseStream();
   int32_t ResumeStream();
   int32_t SetStreamScale(double fScale);
   static void CheckFileEnd(CPlgDeviceObjectImplement* pStream, const PluginGlobalTime* pGlobalTime);
+
+  // Recordings on the camera (recordings/recording_search.cpp, recordings/month_search.cpp).
+  bool GetRecordingList(std::vector<RecordingInfo>& list, const std::string& address, int port,
+                        const std::string& startText, const std::string& stopText, const std::string& user,
+                        const std::string& password);
+  static bool AnalysisRecordingFile(std::vector<RecordingInfo>& list, const std::string& responseText,
+                                    const std::string& stopText);
+  int32_t FindRecordFiles(const RecordSearchCondition* pstFindRecordPara);
+  int32_t FindNextRecordFile(RecordFileInfo* pstRecordFileInfo);
+  int32_t CloseFindRecord();
+  bool GetRecordingStatus(bool* recording);
+  // The response document is created when the caller passes none.
+  int32_t SearchRecordByMonth(const std::shared_ptr<Tarn::Proto::IProto>& request,
+                              std::shared_ptr<Tarn::Proto::IProto>& response);
 
   // Named Unsupport answers of the stream table.
   int32_t GetVideoParam();
@@ -103,6 +125,10 @@ class CPlgDeviceObjectImplement {
  private:
   // Creates, wires and opens a media client session; on failure nothing is left behind.
   bool OpenMediaSession(const std::string& sessionUrl, const std::string& logUrl);
+  // The two halves of it, with room for a play range in between: a client id
+  // with the message callback set (-1 on failure), then PLAY.
+  int32_t CreateMediaSession(const std::string& sessionUrl, const std::string& logUrl);
+  bool PlayMediaSession(int32_t clientId, const std::string& logUrl);
   // Pauses delivery, closes and destroys the session, releases the repackager.
   void CloseMediaSession();
   void ForgetMediaSession();
@@ -110,6 +136,7 @@ class CPlgDeviceObjectImplement {
   void DeliverEndBlock();
   bool ChangeSessionStatus(int32_t kind, double speed);
 
+  std::string Ip() const;
   std::string User() const;
   std::string Password() const;
 
@@ -142,8 +169,8 @@ class CPlgDeviceObjectImplement {
   void* m_pAlarmUser = nullptr;
   std::mutex m_alarmLock;
   // 14-15. Recording search.
-  [[maybe_unused]] bool m_bSearchStarted = false;
-  [[maybe_unused]] uint64_t m_nSearchCursor = 0;
+  bool m_bSearchStarted = false;
+  uint64_t m_nSearchCursor = 0;
   std::vector<RecordingInfo> m_vecRecordings;
   // 16. Locks: record search; stream (also guards the recording profile name).
   kor::CMutex m_searchLock;

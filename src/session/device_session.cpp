@@ -22,6 +22,10 @@ std::string FieldText(const char* field, size_t size) { return std::string(field
 
 }  // namespace
 
+std::string CPlgDeviceObjectImplement::Ip() const {
+  return FieldText(m_stLoginParam.ip, sizeof m_stLoginParam.ip);
+}
+
 std::string CPlgDeviceObjectImplement::User() const {
   return FieldText(m_stLoginParam.user, sizeof m_stLoginParam.user);
 }

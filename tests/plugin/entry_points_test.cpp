@@ -123,8 +123,9 @@ TEST(EntryPoints, LogLinesCarryFunctionFileAndLine) {
   DeviceObject_SetLogCB(nullptr);
   ASSERT_EQ(log.Lines().size(), 1u);
   const std::string line = log.Lines()[0].text;
-  EXPECT_EQ(line.rfind("[DeviceObject_SetLogCB]DeviceObject_SetLogCB called.[src/boundary/axis_device_object_interface.cpp(", 0),
-            0u)
+  EXPECT_EQ(
+      line.rfind("[DeviceObject_SetLogCB]DeviceObject_SetLogCB called.[src/boundary/axis_device_object_interface.cpp(", 0),
+      0u)
       << line;
   EXPECT_EQ(line.back(), ']');
 }

@@ -24,6 +24,9 @@ const std::vector<TourStep> kTourSteps = {
     {"identity", "info", {}},
     {"live H.264", "live", {{"seconds", "3"}, {"output", "tour-live.mpg"}, {"codec", "h264"}}},
     {"live H.265", "live", {{"seconds", "3"}, {"output", "tour-live-h265.mpg"}, {"codec", "h265"}}},
+    {"recordings", "recordings", {}},
+    {"playback", "playback", {{"output", "tour-playback.mpg"}}},
+    {"calendar", "calendar", {}},
     {"alarm events", "events", {{"seconds", "3"}, {"count", "5"}}},
 };
 

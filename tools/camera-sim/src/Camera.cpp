@@ -307,6 +307,13 @@ std::vector<std::string> Camera::RtspRequests() const {
   return {};
 }
 
+std::vector<std::string> Camera::RtspControlRequests() const {
+#ifdef CAMSIM_HAVE_RTSP
+  if (m_impl->rtsp) return m_impl->rtsp->ControlRequests();
+#endif
+  return {};
+}
+
 uint16_t Camera::RtspPort() const {
 #ifdef CAMSIM_HAVE_RTSP
   return m_impl->rtsp ? m_impl->rtsp->Port() : 0;

@@ -116,6 +116,8 @@ class Camera {
   uint16_t RtspPort() const;
   // Path and query of every RTSP DESCRIBE the camera received.
   std::vector<std::string> RtspRequests() const;
+  // Every RTSP PLAY (with its Range header) and PAUSE the camera received.
+  std::vector<std::string> RtspControlRequests() const;
 
  private:
   struct Impl;

@@ -72,11 +72,28 @@ int CountClients(GstRTSPServer* server) {
   return count;
 }
 
-// The DESCRIBE requests received, for tests; they arrive on the loop thread.
+// The DESCRIBE requests received, and the PLAY (with its range) and PAUSE
+// requests, for tests; they arrive on the loop thread.
 struct DescribeLog {
   mutable std::mutex mutex;
   std::vector<std::string> urls;
+  std::vector<std::string> controls;
 };
+
+void LogControl(GstRTSPContext* ctx, gpointer user, const char* method) {
+  auto* log = static_cast<DescribeLog*>(user);
+  std::string line = method;
+  gchar* range = nullptr;
+  if (ctx != nullptr && ctx->request != nullptr &&
+      gst_rtsp_message_get_header(ctx->request, GST_RTSP_HDR_RANGE, &range, 0) == GST_RTSP_OK && range != nullptr) {
+    line += std::string(" ") + range;
+  }
+  std::lock_guard<std::mutex> lock(log->mutex);
+  log->controls.push_back(std::move(line));
+}
+
+void OnPlay(GstRTSPClient*, GstRTSPContext* ctx, gpointer user) { LogControl(ctx, user, "PLAY"); }
+void OnPause(GstRTSPClient*, GstRTSPContext* ctx, gpointer user) { LogControl(ctx, user, "PAUSE"); }
 
 void OnDescribe(GstRTSPClient*, GstRTSPContext* ctx, gpointer user) {
   auto* log = static_cast<DescribeLog*>(user);
@@ -89,6 +106,8 @@ void OnDescribe(GstRTSPClient*, GstRTSPContext* ctx, gpointer user) {
 
 void OnClientConnected(GstRTSPServer*, GstRTSPClient* client, gpointer user) {
   g_signal_connect(client, "describe-request", G_CALLBACK(OnDescribe), user);
+  g_signal_connect(client, "play-request", G_CALLBACK(OnPlay), user);
+  g_signal_connect(client, "pause-request", G_CALLBACK(OnPause), user);
 }
 
 }  // namespace
@@ -261,6 +280,11 @@ void RtspServer::DisconnectAll() {
 std::vector<std::string> RtspServer::DescribedUrls() const {
   std::lock_guard<std::mutex> lock(m_impl->describeLog.mutex);
   return m_impl->describeLog.urls;
+}
+
+std::vector<std::string> RtspServer::ControlRequests() const {
+  std::lock_guard<std::mutex> lock(m_impl->describeLog.mutex);
+  return m_impl->describeLog.controls;
 }
 
 }  // namespace camsim

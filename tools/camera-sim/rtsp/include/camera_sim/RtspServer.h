@@ -53,6 +53,8 @@ class RtspServer {
   void DisconnectAll();
   // Path and query of every DESCRIBE received, in order ("/axis-media/media.amp?videocodec=h264&camera=1").
   std::vector<std::string> DescribedUrls() const;
+  // Every PLAY and PAUSE received, in order: "PLAY clock=...-...", "PLAY" without a range, "PAUSE".
+  std::vector<std::string> ControlRequests() const;
 
  private:
   struct Impl;
