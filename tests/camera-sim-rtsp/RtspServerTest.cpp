@@ -5,13 +5,15 @@
 #include <thread>
 #include <vector>
 
-#include "RtspExchange.h"
+#include "RtspTestPeer.h"
 #include "TestServer.h"
 
 namespace camsim_test {
 namespace {
 
 using namespace std::chrono_literals;
+using netcam_test::RtspExchange;
+using netcam_test::RtspText;
 
 bool WaitFor(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + 30s;
@@ -34,45 +36,18 @@ TEST_F(RtspServerTest, CredentialsAreRequired) {
   const std::string wrong = "rtsp://root:nope@" + m_address + ":" + std::to_string(m_server->Port()) +
                             "/axis-media/media.amp?videocodec=h264";
   EXPECT_NE(Probe(wrong).find("401"), std::string::npos);
-
-  RtspExchange exchange("", "");
-  ASSERT_TRUE(exchange.Connect(m_address, m_server->Port()));
-  RtspAnswer answer = exchange.Request("DESCRIBE", Url("videocodec=h264", false));
+  RtspExchange anonymous("", "");
+  ASSERT_TRUE(anonymous.Connect(m_address, m_server->Port()));
+  RtspText answer = anonymous.Request("DESCRIBE", Url("recordingid=nope", false));  // authentication comes first
   EXPECT_EQ(answer.status, 401);
   const std::string challenge = answer.Header("WWW-Authenticate");
   EXPECT_EQ(challenge.rfind("Digest realm=\"AXIS_B8A44F9D7D55\", nonce=\"", 0), 0u) << challenge;
   EXPECT_EQ(challenge.find("qop"), std::string::npos);
 }
 
-TEST_F(RtspServerTest, DescribeAnswersAsTheCamerasDo) {
-  RtspExchange exchange("root", "p@ss:word");
-  ASSERT_TRUE(exchange.Connect(m_address, m_server->Port()));
-  RtspAnswer answer = exchange.Request("DESCRIBE", Url("videocodec=h264&camera=1", false));
-  ASSERT_EQ(answer.status, 200);
-  const std::string base = answer.Header("Content-Base");
-  EXPECT_EQ(base, "rtsp://" + m_address + ":" + std::to_string(m_server->Port()) + "/axis-media/media.amp/");
-  EXPECT_NE(answer.body.find("a=control:stream=0"), std::string::npos) << answer.body;
-  EXPECT_NE(answer.body.find("a=rtpmap:96 H264/90000"), std::string::npos) << answer.body;
-  EXPECT_NE(answer.body.find("sprop-parameter-sets="), std::string::npos) << answer.body;
-}
-
-TEST_F(RtspServerTest, UnknownRecordingAndBadQueriesAreRefused) {
-  RtspExchange anonymous("", "");
-  ASSERT_TRUE(anonymous.Connect(m_address, m_server->Port()));
-  // Authentication comes first, as on the cameras.
-  EXPECT_EQ(anonymous.Request("DESCRIBE", Url("recordingid=nope", false)).status, 401);
-
-  RtspExchange exchange("root", "p@ss:word");
-  ASSERT_TRUE(exchange.Connect(m_address, m_server->Port()));
-  EXPECT_EQ(exchange.Request("DESCRIBE", Url("recordingid=nope", false)).status, 404);
-  EXPECT_EQ(exchange.Request("DESCRIBE", Url("videocodec=mjpeg", false)).status, 400);
-  // The connection stays usable after refusals.
-  EXPECT_EQ(exchange.Request("DESCRIBE", Url("videocodec=h264", false)).status, 200);
-}
-
 // A live session by hand: SETUP interleaved, PLAY, and packets arrive.
 void PlayLive(RtspExchange* exchange, const std::string& url) {
-  RtspAnswer describe = exchange->Request("DESCRIBE", url);
+  RtspText describe = exchange->Request("DESCRIBE", url);
   ASSERT_EQ(describe.status, 200);
   const std::string base = describe.Header("Content-Base");
   ASSERT_EQ(exchange->Request("SETUP", base + "stream=0", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n").status,
@@ -81,11 +56,20 @@ void PlayLive(RtspExchange* exchange, const std::string& url) {
   EXPECT_EQ(exchange->Receive(10s).channel, 0);
 }
 
-TEST_F(RtspServerTest, LivePauseAndPlay) {
+TEST_F(RtspServerTest, AnswersAsTheCamerasDoAndPausesLive) {
   RtspExchange exchange("root", "p@ss:word");
   ASSERT_TRUE(exchange.Connect(m_address, m_server->Port()));
-  PlayLive(&exchange, Url("videocodec=h264", false));
+  EXPECT_EQ(exchange.Request("DESCRIBE", Url("recordingid=nope", false)).status, 404);
+  EXPECT_EQ(exchange.Request("DESCRIBE", Url("videocodec=mjpeg", false)).status, 400);
+  // The connection stays usable after refusals.
+  RtspText answer = exchange.Request("DESCRIBE", Url("videocodec=h264&camera=1", false));
+  ASSERT_EQ(answer.status, 200);
   const std::string base = "rtsp://" + m_address + ":" + std::to_string(m_server->Port()) + "/axis-media/media.amp/";
+  EXPECT_EQ(answer.Header("Content-Base"), base);
+  for (const char* line : {"a=control:stream=0", "a=rtpmap:96 H264/90000", "sprop-parameter-sets="}) {
+    EXPECT_NE(answer.body.find(line), std::string::npos) << answer.body;
+  }
+  PlayLive(&exchange, Url("videocodec=h264", false));
   EXPECT_EQ(exchange.Request("PAUSE", base).status, 200);
   EXPECT_EQ(exchange.Request("PLAY", base).status, 200);
   EXPECT_EQ(exchange.Receive(10s).channel, 0);
@@ -93,7 +77,7 @@ TEST_F(RtspServerTest, LivePauseAndPlay) {
   EXPECT_EQ(exchange.Request("TEARDOWN", base).status, 200);
 }
 
-TEST_F(RtspServerTest, DisconnectAllClosesEveryConnection) {
+TEST_F(RtspServerTest, DisconnectAllAndStopCloseEveryConnection) {
   RtspExchange first("root", "p@ss:word"), second("root", "p@ss:word");
   ASSERT_TRUE(first.Connect(m_address, m_server->Port()));
   ASSERT_TRUE(second.Connect(m_address, m_server->Port()));
@@ -114,18 +98,12 @@ TEST_F(RtspServerTest, DisconnectAllClosesEveryConnection) {
   RtspExchange again("root", "p@ss:word");
   ASSERT_TRUE(again.Connect(m_address, m_server->Port()));
   PlayLive(&again, Url("videocodec=h264", false));
-}
-
-TEST_F(RtspServerTest, StopEndsStreamingClients) {
-  RtspExchange exchange("root", "p@ss:word");
-  ASSERT_TRUE(exchange.Connect(m_address, m_server->Port()));
-  PlayLive(&exchange, Url("videocodec=h264", false));
+  // Stop ends streaming clients too, and a second Stop is harmless.
   m_server->Stop();
-  while (exchange.Receive(10s).channel >= 0) {
+  while (again.Receive(10s).channel >= 0) {
   }
-  EXPECT_TRUE(exchange.Closed());
-  EXPECT_EQ(m_server->Port(), 0);
-  m_server->Stop();  // twice is harmless
+  EXPECT_TRUE(again.Closed());
+  m_server->Stop();
 }
 
 TEST(RtspServerStartTest, StartReportsSetUpFaults) {

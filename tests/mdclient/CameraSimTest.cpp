@@ -2,60 +2,27 @@
 // RTSP implementation with the cameras' Digest authentication.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
-#include "LoopbackAddress.h"
 #include "ClientSink.h"
 #include "MDClient.h"
-#include "camera_sim/RtspServer.h"
+#include "TestServer.h"
 
 namespace {
 
-using namespace std::chrono_literals;
+using camsim_test::kRecordingId;
+using camsim_test::kRecordingStart;
 using mdclient_test::OpenClient;
 using mdclient_test::Sink;
 
-constexpr const char* kRecordingId = "20240621_151725_95E7_B8A44F9D7D55";
-constexpr int64_t kRecordingStart = 1718983045;  // 2024-06-21T15:17:25Z
-
-class MdcCameraSimTest : public ::testing::Test {
+class MdcCameraSimTest : public camsim_test::RtspServerFixture {
  protected:
-  void SetUp() override {
-    m_address = netcam_test::UniqueLoopbackAddress(0);
-    camsim::RtspConfig config;
-    config.address = m_address;
-    config.port = 0;
-    config.user = "root";
-    config.password = "p@ss:word";
-    config.findRecording = [](const std::string& id) -> std::optional<camsim::RecordingClip> {
-      if (id != kRecordingId) return std::nullopt;
-      camsim::RecordingClip clip;
-      clip.id = id;
-      clip.startUtc = kRecordingStart;
-      clip.stopUtc = kRecordingStart + 120;
-      return clip;
-    };
-    m_server = std::make_unique<camsim::RtspServer>(config);
-    std::string error;
-    ASSERT_TRUE(m_server->Start(&error)) << error;
-  }
-
   // Credentials as the plug-in writes them: raw, ':' and '@' included.
   std::string Url(const std::string& query, const std::string& userInfo = "root:p@ss:word") const {
     return "rtsp://" + (userInfo.empty() ? "" : userInfo + "@") + m_address + ":" + std::to_string(m_server->Port()) +
            "/axis-media/media.amp?" + query;
   }
-
-
-  std::string m_address;
-  std::unique_ptr<camsim::RtspServer> m_server;
 };
 
 TEST_F(MdcCameraSimTest, LiveH264AndH265DeliverSdpThenVideo) {
