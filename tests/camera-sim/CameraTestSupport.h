@@ -27,8 +27,6 @@ struct RequestOptions {
   std::string password = "pass";
   Auth auth = Auth::Digest;
   std::string contentType;  // sent only when non-empty
-  bool followRedirects = false;
-  long timeoutSeconds = 30;  // an upper bound against hangs, never a measurement
 };
 
 Reply Get(const std::string& url, const RequestOptions& options = {});
