@@ -1,7 +1,6 @@
 // The simulator's RTSP server as ffprobe and a plain socket see it: live
 // streams, authentication, errors, DisconnectAll and several servers at once.
 #include <chrono>
-#include <future>
 #include <thread>
 #include <vector>
 
@@ -33,9 +32,6 @@ TEST_F(RtspServerTest, FfprobeReadsLiveH264AndH265) {
 
 TEST_F(RtspServerTest, CredentialsAreRequired) {
   EXPECT_NE(Probe(Url("videocodec=h264", false)).find("401"), std::string::npos);
-  const std::string wrong = "rtsp://root:nope@" + m_address + ":" + std::to_string(m_server->Port()) +
-                            "/axis-media/media.amp?videocodec=h264";
-  EXPECT_NE(Probe(wrong).find("401"), std::string::npos);
   RtspExchange anonymous("", "");
   ASSERT_TRUE(anonymous.Connect(m_address, m_server->Port()));
   RtspText answer = anonymous.Request("DESCRIBE", Url("recordingid=nope", false));  // authentication comes first
@@ -122,26 +118,6 @@ TEST(RtspServerStartTest, StartReportsSetUpFaults) {
   error.clear();
   EXPECT_FALSE(second.Start(&error));
   EXPECT_NE(error.find("cannot listen on " + address), std::string::npos) << error;
-}
-
-TEST(RtspServerStartTest, SeveralServersRunAtOnce) {
-  std::vector<std::string> addresses;
-  std::vector<std::unique_ptr<camsim::RtspServer>> servers;
-  for (int i = 0; i < 4; ++i) {
-    addresses.push_back(netcam_test::UniqueLoopbackAddress(0));
-    servers.push_back(std::make_unique<camsim::RtspServer>(TestConfig(addresses.back())));
-    std::string error;
-    ASSERT_TRUE(servers.back()->Start(&error)) << error;
-  }
-  std::vector<std::future<std::string>> probes;
-  for (size_t i = 0; i < servers.size(); ++i) {
-    const std::string url = "rtsp://root:p%40ss%3Aword@" + addresses[i] + ":" + std::to_string(servers[i]->Port()) +
-                            "/axis-media/media.amp?videocodec=" + (i % 2 ? "h265" : "h264");
-    probes.push_back(std::async(std::launch::async, [url] { return Probe(url); }));
-  }
-  for (size_t i = 0; i < probes.size(); ++i) {
-    EXPECT_NE(probes[i].get().find(i % 2 ? "codec_name=hevc" : "codec_name=h264"), std::string::npos) << i;
-  }
 }
 
 }  // namespace

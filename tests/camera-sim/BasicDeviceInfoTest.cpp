@@ -42,10 +42,6 @@ TEST_F(BasicDeviceInfo, AllPropertiesCarryTheConfiguredIdentity) {
                                 {"/data/propertyList/ProdType", "Network Camera"}}) {
     EXPECT_EQ(Text(doc, pointer), value) << pointer;
   }
-  // A camera of another brand, or one that names none.
-  config.brand = "";
-  Restart(config);
-  EXPECT_EQ(Text(Call(R"({"apiVersion":"1.3","method":"getAllProperties"})"), "/data/propertyList/Brand"), "<absent>");
 }
 
 TEST_F(BasicDeviceInfo, BadRequestsGetTheApisErrorObjects) {

@@ -15,12 +15,6 @@ TEST(DigestMath, MatchesTheWorkedExampleOfRfc2617) {
   EXPECT_EQ(DigestResponse("Mufasa", "testrealm@host.com", "Circle Of Life", "GET", "/dir/index.html",
                            "dcd98b7102dd2f0e8b11d0f600bfb0c093", "00000001", "0a4f113b", "auth"),
             "6629fae49393a05397450978507c4ef1");
-  auto params = ParseDigestAuthorization(R"(Digest username="ro\"ot", uri="/a?b=c,d", qop=auth, nc=00000001)");
-  ASSERT_TRUE(params);
-  EXPECT_EQ((*params)["username"], "ro\"ot");
-  EXPECT_EQ((*params)["uri"], "/a?b=c,d");
-  EXPECT_EQ((*params)["nc"], "00000001");
-  EXPECT_FALSE(ParseDigestAuthorization("Digest username=\"unterminated"));
 }
 
 // One client answer; each field can be made wrong on its own.

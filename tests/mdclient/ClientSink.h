@@ -44,16 +44,13 @@ struct Sink {
     sink->messages.push_back(type);
     sink->changed.notify_all();
   }
-  size_t Count(int type) {
-    std::lock_guard<std::mutex> lock(mutex);
-    return static_cast<size_t>(std::count(types.begin(), types.end(), type));
-  }
+  size_t Count(int type) const { return static_cast<size_t>(std::count(types.begin(), types.end(), type)); }
   bool WaitFor(const std::function<bool()>& condition) {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, kPatience, condition);
   }
-  bool WaitForPackets(size_t count, int type = MDC_DATA_VIDEO) {
-    return WaitFor([&] { return static_cast<size_t>(std::count(types.begin(), types.end(), type)) >= count; });
+  bool WaitForPackets(size_t count) {
+    return WaitFor([&] { return Count(MDC_DATA_VIDEO) >= count; });
   }
   // Any message, or one of `type`.
   bool WaitForMessage(int type = -1) {

@@ -90,14 +90,13 @@ TEST(RtspAuthTest, DigestWithoutQopIsRfc2069Style) {
 TEST(RtspAuthTest, ChoosesDigestOverBasicAndRejectsUnusable) {
   std::string basic = "Basic realm=\"cam\"";
   std::string digest = "Digest realm=\"cam\", nonce=\"abc\"";
-  std::string sha = "Digest realm=\"cam\", nonce=\"abc\", algorithm=SHA-256";
   auto chosen = ChooseAuthChallenge({&basic, &digest});
   ASSERT_TRUE(chosen);
   EXPECT_EQ(chosen->scheme, AuthChallenge::Scheme::kDigest);
-  EXPECT_FALSE(ParseAuthChallenge(sha));
-  EXPECT_FALSE(ParseAuthChallenge("Digest realm=\"cam\""));  // no nonce
-  EXPECT_FALSE(ParseAuthChallenge("Negotiate abc"));
-  EXPECT_FALSE(ParseAuthChallenge("Digest realm=\"unterminated, nonce=\"x"));
+  for (const char* unusable : {"Digest realm=\"cam\", nonce=\"abc\", algorithm=SHA-256", "Digest realm=\"cam\"",
+                               "Negotiate abc", "Digest realm=\"unterminated, nonce=\"x"}) {
+    EXPECT_FALSE(ParseAuthChallenge(unusable)) << unusable;
+  }
   EXPECT_EQ(AuthorizationValue(*ParseAuthChallenge(basic), {"Aladdin", "open sesame", "", "", 1, ""}),
             "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
 }
@@ -237,15 +236,6 @@ TEST(RangeTest, ClockRangeFromMicroseconds) {
   EXPECT_EQ(FormatScale(-0.5), "-0.500");
   EXPECT_FALSE(FormatScale(0));
   EXPECT_FALSE(FormatScale(INFINITY));
-}
-
-TEST(RtcpTest, FindsByeInCompoundPacket) {
-  std::vector<uint8_t> compound = {0x80, 200, 0, 1, 0, 0, 0, 0, 0x81, 203, 0, 1, 1, 2, 3, 4};
-  EXPECT_TRUE(RtcpHasBye(compound.data(), compound.size()));
-  compound[9] = 202;  // SDES instead
-  EXPECT_FALSE(RtcpHasBye(compound.data(), compound.size()));
-  std::vector<uint8_t> truncated = {0x80, 200, 0, 50, 0x81, 203, 0, 1};
-  EXPECT_FALSE(RtcpHasBye(truncated.data(), truncated.size()));
 }
 
 }  // namespace

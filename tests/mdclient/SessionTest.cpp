@@ -75,20 +75,26 @@ TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
   EXPECT_NE(MDC_GetVersion(nullptr, 10), 0);
 }
 
-TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversSdpFirst) {
+TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversEachChannelWithItsType) {
   ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
     c.user = "root";
     c.password = "p@ss:word";  // the URL's last '@' ends the user info
     c.withAudio = true;
+    c.afterPlay = [](PeerConnection& connection) {
+      for (uint8_t channel : {0, 2, 1, 3, 9, 0}) {  // 9: no such channel
+        connection.SendInterleaved(channel, channel % 2 ? std::vector<uint8_t>{0x80, 200, 0, 0} : RtpPacket(channel));
+      }
+    };
   })));
   Sink sink;
   int32_t result = -1;
   int32_t id = OpenClient(peer.Url("root:p@ss:word"), sink, &result);
   ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForPackets(5));
+  ASSERT_TRUE(sink.WaitForPackets(2));
   {
     std::lock_guard<std::mutex> lock(sink.mutex);
-    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
+    EXPECT_EQ(sink.types, (std::vector<int>{MDC_DATA_SDP, MDC_DATA_VIDEO, MDC_DATA_AUDIO, MDC_DATA_RTCP_VIDEO,
+                                            MDC_DATA_RTCP_AUDIO, MDC_DATA_VIDEO}));
     EXPECT_NE(sink.sdp.find("m=video"), std::string::npos);
   }
   EXPECT_EQ(MDC_Close(id), 0);
@@ -130,37 +136,30 @@ TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
          request.method == "SETUP" ? connection.Reply(request, 461) : camera(connection, request);
        },
        "root:pass", int32_t(MDC_ERR_STATUS)},
-      {"silent peer", [](PeerConnection&, const RtspText&) {}, "",
-       int32_t(MDC_ERR_TIMEOUT)},  // waits out the answer bound
+      {"silent peer (waits out the answer bound)", [](PeerConnection&, const RtspText&) {}, "",
+       int32_t(MDC_ERR_TIMEOUT)},
+      {"refused", nullptr, "", int32_t(MDC_ERR_CONNECT)},
   };
+  // A bound socket that never listens: connecting to it is refused.
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  socklen_t length = sizeof local;
+  ::inet_pton(AF_INET, netcam_test::UniqueLoopbackAddress(0).c_str(), &local.sin_addr);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length), 0);
+  const std::string refused =
+      "rtsp://" + std::string(::inet_ntoa(local.sin_addr)) + ":" + std::to_string(ntohs(local.sin_port)) + "/x";
   for (const Case& c : cases) {
     ScriptedRtspPeer peer(c.script);
     Sink sink;
     int32_t result = -1;
-    int32_t id = OpenClient(peer.Url(c.userInfo), sink, &result);
+    int32_t id = OpenClient(c.script ? peer.Url(c.userInfo) : refused, sink, &result);
     EXPECT_EQ(result, c.expected) << c.name;
+    EXPECT_EQ(MDC_Open(id, &Sink::OnData, &sink), int32_t(MDC_ERR_STATE)) << "one open per client";
     EXPECT_EQ(MDC_Destroy(id), 0) << c.name;
     EXPECT_TRUE(sink.messages.empty()) << c.name;
   }
-}
-
-TEST(MdcSessionTest, ConnectionRefusedFails) {
-  // A bound socket that never listens: connecting to it is refused.
-  std::string address = netcam_test::UniqueLoopbackAddress(0);
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in local{};
-  local.sin_family = AF_INET;
-  ::inet_pton(AF_INET, address.c_str(), &local.sin_addr);
-  socklen_t length = sizeof local;
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
-  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length), 0);
-  Sink sink;
-  int32_t result = -1;
-  int32_t id =
-      OpenClient("rtsp://root:pass@" + address + ":" + std::to_string(ntohs(local.sin_port)) + "/x", sink, &result);
-  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_CONNECT));
-  EXPECT_EQ(MDC_Open(id, &Sink::OnData, &sink), static_cast<int32_t>(MDC_ERR_STATE));  // one open per client
-  EXPECT_EQ(MDC_Destroy(id), 0);
   ::close(fd);
 }
 
@@ -275,29 +274,6 @@ TEST(MdcSessionTest, ReportsWhatTheServerDidOnceEach) {
     EXPECT_EQ(sink.messages, std::vector<int>{c.message}) << c.name;
     EXPECT_EQ(sink.types.front(), MDC_DATA_SDP) << c.name;
   }
-}
-
-TEST(MdcSessionTest, DeliversEachChannelWithItsType) {
-  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
-    c.withAudio = true;
-    c.afterPlay = [](PeerConnection& connection) {
-      connection.SendInterleaved(0, RtpPacket(1));
-      connection.SendInterleaved(2, RtpPacket(2));
-      connection.SendInterleaved(1, {0x80, 200, 0, 0});
-      connection.SendInterleaved(3, {0x80, 201, 0, 0});
-      connection.SendInterleaved(9, RtpPacket(3));  // no such channel
-      connection.SendInterleaved(0, RtpPacket(4));
-    };
-  })));
-  Sink sink;
-  int32_t result = -1;
-  int32_t id = OpenClient(peer.Url(), sink, &result);
-  ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForPackets(2));
-  EXPECT_EQ(MDC_Destroy(id), 0);
-  std::lock_guard<std::mutex> lock(sink.mutex);
-  EXPECT_EQ(sink.types, (std::vector<int>{MDC_DATA_SDP, MDC_DATA_VIDEO, MDC_DATA_AUDIO, MDC_DATA_RTCP_VIDEO,
-                                          MDC_DATA_RTCP_AUDIO, MDC_DATA_VIDEO}));
 }
 
 // Closes (and destroys) its own client from inside the data callback.

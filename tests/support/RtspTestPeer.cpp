@@ -16,7 +16,6 @@
 namespace netcam_test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 std::string Lower(std::string text) {
@@ -30,16 +29,16 @@ std::string Md5(const std::string& text) {
   EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr);
   std::string hex;
   for (unsigned int i = 0; i < length; ++i)
-    hex += "0123456789abcdef"[digest[i] >> 4], hex += "0123456789abcdef"[digest[i] & 15];
+    hex += {"0123456789abcdef"[digest[i] >> 4], "0123456789abcdef"[digest[i] & 15]};
   return hex;
 }
 
 // The value of `name="..."` in a header.
 std::string Quoted(const std::string& header, const std::string& name) {
-  size_t start = header.find(name + "=\"");
-  if (start == std::string::npos) return {};
-  start += name.size() + 2;
-  return header.substr(start, header.find('"', start) - start);
+  const size_t start = header.find(name + "=\"");
+  return start == std::string::npos ? ""
+                                    : header.substr(start + name.size() + 2, header.find('"', start + name.size() + 2) -
+                                                                                 start - name.size() - 2);
 }
 
 }  // namespace
@@ -75,50 +74,42 @@ bool RtspLink::SendInterleaved(uint8_t channel, const std::vector<uint8_t>& payl
   return Send(frame.append(payload.begin(), payload.end()));
 }
 
-bool RtspLink::Fill(milliseconds timeout) {
-  pollfd readable{m_fd, POLLIN, 0};
-  if (m_closed || m_fd < 0 || ::poll(&readable, 1, static_cast<int>(timeout.count())) <= 0) return false;
-  char chunk[65536];
-  const ssize_t got = ::recv(m_fd, chunk, sizeof chunk, 0);
-  if (got <= 0) return !(m_closed = true);
-  m_buffer.append(chunk, static_cast<size_t>(got));
-  return true;
-}
-
-// Moves one whole message or packet from the buffer to its queue.
-bool RtspLink::TakeOne() {
-  if (m_buffer.size() >= 4 && m_buffer[0] == '$') {
-    const size_t length = (static_cast<uint8_t>(m_buffer[2]) << 8) | static_cast<uint8_t>(m_buffer[3]);
-    if (m_buffer.size() < 4 + length) return false;
-    m_packets.push_back({static_cast<uint8_t>(m_buffer[1]), {m_buffer.begin() + 4, m_buffer.begin() + 4 + length}});
-    m_buffer.erase(0, 4 + length);
-    return true;
-  }
-  const size_t end = m_buffer.find("\r\n\r\n");
-  if (m_buffer.empty() || m_buffer[0] == '$' || end == std::string::npos) return false;
-  RtspText message;
-  message.head = m_buffer.substr(0, end + 2);
-  const size_t length = static_cast<size_t>(std::atoi(message.Header("Content-Length").c_str()));
-  if (m_buffer.size() < end + 4 + length) return false;
-  message.body = m_buffer.substr(end + 4, length);
-  m_buffer.erase(0, end + 4 + length);
-  const size_t space = message.head.find(' ');
-  if (message.head.rfind("RTSP/1.0 ", 0) == 0) {
-    message.status = std::atoi(message.head.c_str() + space + 1);
-  } else {
-    message.method = message.head.substr(0, space);
-    message.uri = message.head.substr(space + 1, message.head.find(' ', space + 1) - space - 1);
-  }
-  const std::string cseq = message.Header("CSeq");
-  message.cseq = cseq.empty() ? -1 : std::atoi(cseq.c_str());
-  m_messages.push_back(std::move(message));
-  return true;
-}
-
+// Reads until `ready`, moving each whole message or packet to its queue.
 bool RtspLink::WaitFor(const std::function<bool()>& ready, milliseconds timeout) {
-  for (const auto deadline = Clock::now() + timeout; !ready();) {
-    const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now());
-    if (!TakeOne() && (left.count() <= 0 || !Fill(left))) return false;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!ready()) {
+    const size_t end = m_buffer.find("\r\n\r\n");
+    if (m_buffer.size() >= 4 && m_buffer[0] == '$') {
+      const size_t length = (static_cast<uint8_t>(m_buffer[2]) << 8) | static_cast<uint8_t>(m_buffer[3]);
+      if (m_buffer.size() >= 4 + length) {
+        m_packets.push_back({static_cast<uint8_t>(m_buffer[1]), {m_buffer.begin() + 4, m_buffer.begin() + 4 + length}});
+        m_buffer.erase(0, 4 + length);
+        continue;
+      }
+    } else if (!m_buffer.empty() && m_buffer[0] != '$' && end != std::string::npos) {
+      RtspText message;
+      message.head = m_buffer.substr(0, end + 2);
+      const size_t length = static_cast<size_t>(std::atoi(message.Header("Content-Length").c_str()));
+      if (m_buffer.size() >= end + 4 + length) {
+        message.body = m_buffer.substr(end + 4, length);
+        m_buffer.erase(0, end + 4 + length);
+        const size_t space = message.head.find(' ');
+        message.status = message.head.rfind("RTSP/1.0 ", 0) == 0 ? std::atoi(message.head.c_str() + space + 1) : 0;
+        message.method = message.status ? "" : message.head.substr(0, space);
+        message.uri =
+            message.status ? "" : message.head.substr(space + 1, message.head.find(' ', space + 1) - space - 1);
+        m_messages.push_back(std::move(message));
+        continue;
+      }
+    }
+    const int left =
+        static_cast<int>(std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now()).count());
+    pollfd readable{m_fd, POLLIN, 0};
+    char chunk[65536];
+    if (m_closed || left <= 0 || ::poll(&readable, 1, left) <= 0) return false;
+    const ssize_t got = ::recv(m_fd, chunk, sizeof chunk, 0);
+    if (got <= 0) return !(m_closed = true);
+    m_buffer.append(chunk, static_cast<size_t>(got));
   }
   return true;
 }
@@ -157,12 +148,12 @@ RtspText RtspExchange::Request(const std::string& method, const std::string& url
     if (!m_session.empty()) request += "Session: " + m_session + "\r\n";
     RtspText answer;
     if (!Send(request + extraHeaders + "\r\n") || !NextMessage(&answer, std::chrono::seconds(30))) return {};
-    if (answer.status == 401 && attempt == 0 && !Quoted(answer.Header("WWW-Authenticate"), "nonce").empty()) {
-      m_realm = Quoted(answer.Header("WWW-Authenticate"), "realm");
-      m_nonce = Quoted(answer.Header("WWW-Authenticate"), "nonce");
+    const std::string challenge = answer.Header("WWW-Authenticate"), session = answer.Header("Session");
+    if (answer.status == 401 && attempt == 0 && !Quoted(challenge, "nonce").empty()) {
+      m_realm = Quoted(challenge, "realm");
+      m_nonce = Quoted(challenge, "nonce");
       continue;
     }
-    const std::string session = answer.Header("Session");
     if (!session.empty()) m_session = session.substr(0, session.find(';'));
     return answer;
   }
@@ -172,7 +163,7 @@ RtspText RtspExchange::Request(const std::string& method, const std::string& url
 void PeerConnection::Reply(const RtspText& request, int status, const std::string& extraHeaders,
                            const std::string& body) {
   std::string text = "RTSP/1.0 " + std::to_string(status) + (status == 200 ? " OK" : " Error") +
-                     "\r\nCSeq: " + std::to_string(request.cseq) + "\r\n" + extraHeaders;
+                     "\r\nCSeq: " + request.Header("CSeq") + "\r\n" + extraHeaders;
   if (!body.empty()) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
   Send(text + "\r\n" + body);
 }
@@ -199,11 +190,22 @@ ScriptedRtspPeer::ScriptedRtspPeer(Script script)
     while (!m_stop) {
       pollfd listening{m_listenFd, POLLIN, 0};
       const int fd = ::poll(&listening, 1, 20) > 0 ? ::accept(m_listenFd, nullptr, nullptr) : -1;
-      if (fd < 0) continue;
       int one = 1;  // answers and packets go out at once, as from a camera
-      ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+      if (fd < 0 || ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one) != 0) continue;
       std::lock_guard<std::mutex> lock(m_mutex);
-      m_connectionThreads.emplace_back([this, fd] { Serve(fd); });
+      m_connectionThreads.emplace_back([this, fd] {
+        PeerConnection connection(fd);
+        for (uint16_t sequence = 0; !m_stop && !connection.Closed();) {
+          RtspText request;
+          if (connection.NextMessage(&request, milliseconds(connection.streaming ? 2 : 20))) {
+            std::unique_lock<std::mutex> record(m_mutex);
+            m_requests.push_back(request);
+            record.unlock();
+            m_script(connection, request);
+          }
+          if (connection.streaming && !connection.SendInterleaved(0, RtpPacket(sequence++))) break;
+        }
+      });
     }
   });
 }
@@ -229,24 +231,8 @@ std::vector<RtspText> ScriptedRtspPeer::RequestsOf(const std::string& method) co
   return found;
 }
 
-void ScriptedRtspPeer::Serve(int fd) {
-  PeerConnection connection(fd);
-  uint16_t sequence = 0;
-  while (!m_stop && !connection.Closed()) {
-    RtspText request;
-    if (connection.NextMessage(&request, milliseconds(connection.streaming ? 2 : 20))) {
-      {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_requests.push_back(request);
-      }
-      m_script(connection, request);
-    }
-    if (connection.streaming && !connection.SendInterleaved(0, RtpPacket(sequence++))) break;
-  }
-}
-
-std::vector<uint8_t> RtpPacket(uint16_t sequence, size_t payloadBytes) {
-  std::vector<uint8_t> packet(12 + payloadBytes, 0xAB);
+std::vector<uint8_t> RtpPacket(uint16_t sequence) {
+  std::vector<uint8_t> packet(172, 0xAB);
   packet[0] = 0x80;
   packet[1] = 96;
   packet[2] = static_cast<uint8_t>(sequence >> 8);
@@ -267,22 +253,17 @@ ScriptedRtspPeer::Script CameraScript(CameraBehaviour behaviour) {
                        std::string("Public: OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, ") +
                            (behaviour.offerGetParameter ? "GET_PARAMETER, " : "") + "TEARDOWN\r\n");
     } else if (request.method == "DESCRIBE") {
-      std::string sdp =
-          "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Session\r\nt=0 0\r\na=control:*\r\n"
-          "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=1\r\n";
-      if (behaviour.withAudio) sdp += "m=audio 0 RTP/AVP 0\r\na=rtpmap:0 PCMU/8000\r\na=control:trackID=2\r\n";
-      connection.Reply(request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n", sdp);
+      connection.Reply(request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n",
+                       "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Session\r\nt=0 0\r\na=control:*\r\n"
+                       "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=1\r\n" +
+                           std::string(behaviour.withAudio ? "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n" : ""));
     } else if (request.method == "SETUP") {
       connection.Reply(request, 200, "Transport: " + request.Header("Transport") + ";ssrc=1234\r\n" + session);
     } else if (request.method == "PLAY") {
       connection.Reply(request, 200, session + "Range: npt=0.000-\r\n");
-      if (behaviour.afterPlay) {
-        behaviour.afterPlay(connection);
-      } else {
-        connection.streaming = true;
-      }
+      behaviour.afterPlay ? behaviour.afterPlay(connection) : void(connection.streaming = true);
     } else if (request.method == "PAUSE" || request.method == "GET_PARAMETER" || request.method == "TEARDOWN") {
-      if (request.method == "PAUSE") connection.streaming = false;
+      connection.streaming = connection.streaming && request.method == "GET_PARAMETER";
       connection.Reply(request, 200, session);
       if (request.method == "TEARDOWN") connection.Close();
     } else {

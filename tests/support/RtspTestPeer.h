@@ -19,11 +19,9 @@ namespace netcam_test {
 
 // One request or answer as it came over the wire.
 struct RtspText {
-  std::string method, uri;  // requests
-  int status = 0;           // answers; 0: none came (closed or timed out)
-  int cseq = -1;
-  std::string head;  // start line and header lines
-  std::string body;
+  std::string method, uri;                            // requests
+  int status = 0;                                     // answers; 0: none came (closed or timed out)
+  std::string head, body;                             // head: start line and header lines
   std::string Header(const std::string& name) const;  // any case; "" when absent
 };
 
@@ -39,7 +37,6 @@ class RtspLink {
   ~RtspLink();
   RtspLink(const RtspLink&) = delete;
   RtspLink& operator=(const RtspLink&) = delete;
-
   bool Send(const std::string& bytes);
   bool SendInterleaved(uint8_t channel, const std::vector<uint8_t>& payload);
   // The next message; packets that arrive meanwhile wait for Receive().
@@ -48,10 +45,7 @@ class RtspLink {
   bool Closed() const { return m_closed; }
 
  protected:
-  bool Fill(std::chrono::milliseconds timeout);
-  bool TakeOne();
   bool WaitFor(const std::function<bool()>& ready, std::chrono::milliseconds timeout);
-
   int m_fd;
   bool m_closed = false;
   std::string m_buffer;
@@ -63,8 +57,7 @@ class RtspLink {
 std::string DigestAnswer(const std::string& user, const std::string& realm, const std::string& password,
                          const std::string& method, const std::string& uri, const std::string& nonce);
 
-// The client end: adds CSeq, the Session once known, and Digest after a 401
-// (retrying once).
+// The client end: adds CSeq, the Session once known, and Digest after a 401 (retrying once).
 class RtspExchange : public RtspLink {
  public:
   RtspExchange(std::string user, std::string password) : m_user(std::move(user)), m_password(std::move(password)) {}
@@ -83,8 +76,7 @@ class PeerConnection : public RtspLink {
   // "RTSP/1.0 <status>" with the request's CSeq, extra header lines and a body.
   void Reply(const RtspText& request, int status, const std::string& extraHeaders = "", const std::string& body = "");
   void Close();
-  // While set, an RTP packet goes out on channel 0 every few milliseconds.
-  std::atomic<bool> streaming{false};
+  std::atomic<bool> streaming{false};  // while set, an RTP packet goes out on channel 0 every few ms
 };
 
 // Listens on a loopback address of its own and an ephemeral port; each
@@ -94,39 +86,33 @@ class ScriptedRtspPeer {
   using Script = std::function<void(PeerConnection&, const RtspText&)>;
   explicit ScriptedRtspPeer(Script script);
   ~ScriptedRtspPeer();
-
-  // rtsp://[userInfo@]address:port/axis-media/media.amp
-  std::string Url(const std::string& userInfo = "") const;
+  std::string Url(const std::string& userInfo = "") const;  // rtsp://[userInfo@]address:port/axis-media/media.amp
   std::vector<RtspText> RequestsOf(const std::string& method) const;  // "": all
 
  private:
-  void Serve(int fd);
-
   Script m_script;
   std::string m_address;
   uint16_t m_port = 0;
-  int m_listenFd = -1;
+  int m_listenFd;
   std::atomic<bool> m_stop{false};
-  std::thread m_acceptThread;
   mutable std::mutex m_mutex;
-  std::vector<std::thread> m_connectionThreads;
   std::vector<RtspText> m_requests;
+  std::thread m_acceptThread;
+  std::vector<std::thread> m_connectionThreads;
 };
 
 // A camera-like script: OPTIONS, DESCRIBE, SETUP, PLAY (starts streaming),
-// PAUSE, GET_PARAMETER, TEARDOWN, with optional authentication.
+// PAUSE, GET_PARAMETER, TEARDOWN, with Digest authentication when a user is set.
 struct CameraBehaviour {
-  std::string user;      // empty: no authentication
-  std::string password;  // asked for by Digest, without qop
+  std::string user, password;
   bool withAudio = false;
   bool offerGetParameter = true;
   int sessionTimeout = 60;
-  // Runs after PLAY was answered (fault injection) instead of streaming.
-  std::function<void(PeerConnection&)> afterPlay;
+  std::function<void(PeerConnection&)> afterPlay;  // fault injection after PLAY, instead of streaming
 };
 ScriptedRtspPeer::Script CameraScript(CameraBehaviour behaviour);
 
 // A minimal RTP packet (version 2, payload type 96) with the given sequence.
-std::vector<uint8_t> RtpPacket(uint16_t sequence, size_t payloadBytes = 160);
+std::vector<uint8_t> RtpPacket(uint16_t sequence);
 
 }  // namespace netcam_test
