@@ -1,5 +1,5 @@
-// Recordings: ffprobe reads one, and a hand-made exchange plays a clock range
-// (which ffmpeg cannot send), pauses and resumes it, and sees it end.
+// Recordings: a hand-made exchange plays a clock range (which ffmpeg cannot
+// send), pauses and resumes it, and sees it end.
 #include <chrono>
 #include <set>
 
@@ -58,7 +58,7 @@ class RecordingPlayTest : public RtspServerFixture {
   // DESCRIBE and SETUP of the test recording; returns the aggregate URL.
   std::string SetUpRecording(RtspExchange* exchange) {
     EXPECT_TRUE(exchange->Connect(m_address, m_server->Port()));
-    RtspText describe = exchange->Request("DESCRIBE", Url(std::string("recordingid=") + kRecordingId, false));
+    RtspText describe = exchange->Request("DESCRIBE", Url(std::string("recordingid=") + kRecordingId));
     EXPECT_EQ(describe.status, 200);
     EXPECT_NE(describe.body.find("a=range:npt=0-120"), std::string::npos) << describe.body;
     const std::string base = describe.Header("Content-Base");
@@ -68,14 +68,6 @@ class RecordingPlayTest : public RtspServerFixture {
     return base;
   }
 };
-
-TEST_F(RecordingPlayTest, FfprobeReadsRecordingsOfEitherCodec) {
-  const std::string h264 = Probe(Url(std::string("recordingid=") + kRecordingId));
-  EXPECT_NE(h264.find("codec_name=h264"), std::string::npos) << h264;
-  EXPECT_NE(h264.find("duration=120"), std::string::npos) << h264;
-  const std::string h265 = Probe(Url(std::string("recordingid=") + kH265RecordingId));
-  EXPECT_NE(h265.find("codec_name=hevc"), std::string::npos) << h265;
-}
 
 TEST_F(RecordingPlayTest, ClockRangePlaysThatSpanAndEndsOrIsRefused) {
   RtspExchange exchange("root", "p@ss:word");

@@ -22,19 +22,12 @@ namespace mdclient_test {
 namespace {
 
 using namespace std::chrono_literals;
-using netcam_test::CameraBehaviour;
 using netcam_test::CameraScript;
 using netcam_test::PeerConnection;
 using netcam_test::RtpPacket;
 using netcam_test::RtspText;
 using netcam_test::ScriptedRtspPeer;
 constexpr int32_t kNoSession = MDC_ERR_NO_SESSION;
-
-CameraBehaviour Camera(const std::function<void(CameraBehaviour&)>& edit) {
-  CameraBehaviour behaviour;
-  edit(behaviour);
-  return behaviour;
-}
 
 template <typename Condition>
 bool Eventually(Condition condition) {
@@ -76,16 +69,14 @@ TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
 }
 
 TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversEachChannelWithItsType) {
-  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
-    c.user = "root";
-    c.password = "p@ss:word";  // the URL's last '@' ends the user info
-    c.withAudio = true;
-    c.afterPlay = [](PeerConnection& connection) {
-      for (uint8_t channel : {0, 2, 1, 3, 9, 0}) {  // 9: no such channel
-        connection.SendInterleaved(channel, channel % 2 ? std::vector<uint8_t>{0x80, 200, 0, 0} : RtpPacket(channel));
-      }
-    };
-  })));
+  // The URL's last '@' ends the user info.
+  ScriptedRtspPeer peer(CameraScript(
+      {.user = "root", .password = "p@ss:word", .withAudio = true, .afterPlay = [](PeerConnection& connection) {
+         for (uint8_t channel : {0, 2, 1, 3, 9, 0}) {  // 9: no such channel
+           connection.SendInterleaved(channel,
+                                      channel % 2 ? std::vector<uint8_t>{0x80, 200, 0, 0} : RtpPacket(channel));
+         }
+       }}));
   Sink sink;
   int32_t result = -1;
   int32_t id = OpenClient(peer.Url("root:p@ss:word"), sink, &result);
@@ -119,10 +110,7 @@ TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversEachChannelWithItsType) {
 
 // What MDC_Open answers for each way opening can fail.
 TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
-  ScriptedRtspPeer::Script camera = CameraScript(Camera([](CameraBehaviour& c) {
-    c.user = "root";
-    c.password = "pass";
-  }));
+  ScriptedRtspPeer::Script camera = CameraScript({.user = "root", .password = "pass"});
   struct Case {
     const char* name;
     ScriptedRtspPeer::Script script;
@@ -202,10 +190,7 @@ TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
 
 TEST(MdcSessionTest, KeepAliveUsesGetParameterOrOptions) {
   for (bool offerGetParameter : {true, false}) {
-    ScriptedRtspPeer peer(CameraScript(Camera([&](CameraBehaviour& c) {
-      c.offerGetParameter = offerGetParameter;
-      c.sessionTimeout = 2;
-    })));
+    ScriptedRtspPeer peer(CameraScript({.offerGetParameter = offerGetParameter, .sessionTimeout = 2}));
     Sink sink;
     int32_t result = -1;
     int32_t id = OpenClient(peer.Url(), sink, &result);
@@ -262,7 +247,7 @@ TEST(MdcSessionTest, ReportsWhatTheServerDidOnceEach) {
        MDC_MSG_CLOSED},
   };
   for (const Case& c : cases) {
-    ScriptedRtspPeer peer(CameraScript(Camera([&](CameraBehaviour& b) { b.afterPlay = c.afterPlay; })));
+    ScriptedRtspPeer peer(CameraScript({.afterPlay = c.afterPlay}));
     Sink sink;
     int32_t result = -1;
     int32_t id = OpenClient(peer.Url(), sink, &result);
