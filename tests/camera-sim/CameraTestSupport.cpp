@@ -1,6 +1,8 @@
 #include "CameraTestSupport.h"
 
 #include <curl/curl.h>
+#include <rapidjson/document.h>
+#include <rapidjson/pointer.h>
 
 #include "LoopbackAddress.h"
 
@@ -40,6 +42,15 @@ Reply Perform(const std::string& url, const std::string* body, const RequestOpti
   if (curl_easy_getinfo(curl, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr) reply.contentType = type;
   curl_easy_cleanup(curl);
   return reply;
+}
+
+std::string JsonAt(const std::string& json, const char* pointer) {
+  rapidjson::Document doc;
+  doc.Parse(json.c_str());
+  const rapidjson::Value* v = doc.HasParseError() ? nullptr : rapidjson::Pointer(pointer).Get(doc);
+  if (v == nullptr) return doc.HasParseError() ? "<not json>" : "";
+  if (v->IsBool()) return v->GetBool() ? "true" : "false";
+  return v->IsString() ? v->GetString() : v->IsInt() ? std::to_string(v->GetInt()) : "{}";
 }
 
 void CameraTest::Restart(camsim::CameraConfig config) {

@@ -30,6 +30,9 @@ struct RequestOptions {
 // A GET, or a POST of *body; libcurl's answer bound (30 s) only guards against hangs.
 Reply Perform(const std::string& url, const std::string* body = nullptr, const RequestOptions& options = {});
 
+// The JSON value at `pointer` as text (strings, integers, "true"/"false"); "" when absent, "{}" for objects.
+std::string JsonAt(const std::string& json, const char* pointer);
+
 // Every test gets a fresh camera on an address of its own.
 class CameraTest : public ::testing::Test {
  protected:

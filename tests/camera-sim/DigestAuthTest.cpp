@@ -43,30 +43,23 @@ class DigestAuthenticatorTest : public ::testing::Test {
   DigestAuthenticator auth_;
 };
 
-TEST_F(DigestAuthenticatorTest, AcceptsTheRightAnswerOncePerNonceCount) {
+TEST_F(DigestAuthenticatorTest, AcceptsTheRightAnswerOncePerNonceCountAndRefusesEachWrongPart) {
   const std::string nonce = IssueNonce();
   EXPECT_EQ(Verify(nonce), DigestVerdict::Accepted);
   EXPECT_EQ(Verify(nonce), DigestVerdict::ReplayedCount);
   EXPECT_EQ(Verify(nonce, {.nc = "00000002"}), DigestVerdict::Accepted);
-}
-
-TEST_F(DigestAuthenticatorTest, RefusesEachWrongPart) {
-  struct Case {
-    Answer answer;
-    DigestVerdict verdict;
-  } cases[] = {
-      {{.password = "wrong"}, DigestVerdict::WrongResponse},
-      {{.uri = "/axis-cgi/param.cgi"}, DigestVerdict::Malformed},  // made for another path
-      {{.user = "admin"}, DigestVerdict::WrongUser},
-      {{.realm = "AXIS_OTHER"}, DigestVerdict::Malformed},
-      {{.qop = "auth-int"}, DigestVerdict::Malformed},
-  };
-  for (const Case& c : cases) EXPECT_EQ(Verify(IssueNonce(), c.answer), c.verdict) << ToString(c.verdict);
+  for (auto [answer, verdict] : {std::pair{Answer{.password = "wrong"}, DigestVerdict::WrongResponse},
+                                 {Answer{.uri = "/axis-cgi/param.cgi"}, DigestVerdict::Malformed},  // another path
+                                 {Answer{.user = "admin"}, DigestVerdict::WrongUser},
+                                 {Answer{.realm = "AXIS_OTHER"}, DigestVerdict::Malformed},
+                                 {Answer{.qop = "auth-int"}, DigestVerdict::Malformed}}) {
+    EXPECT_EQ(Verify(IssueNonce(), answer), verdict) << ToString(verdict);
+  }
   EXPECT_EQ(auth_.Verify("GET", "/axis-cgi/ptz.cgi", "Basic cm9vdDpwYXNz", "root", "pass"), DigestVerdict::Missing);
   EXPECT_EQ(Verify("0123456789abcdef"), DigestVerdict::UnknownNonce);
-  const std::string nonce = IssueNonce();
+  const std::string old = IssueNonce();
   now_ += std::chrono::seconds(301);
-  EXPECT_EQ(Verify(nonce), DigestVerdict::StaleNonce);
+  EXPECT_EQ(Verify(old), DigestVerdict::StaleNonce);
   EXPECT_NE(auth_.Challenge(true).find("stale=TRUE"), std::string::npos);
 }
 

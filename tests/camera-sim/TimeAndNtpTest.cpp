@@ -1,7 +1,5 @@
 // admin/date.cgi and ntp.cgi: the clock and the NTP client settings as the plug-in sets and reads them.
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
-#include <rapidjson/pointer.h>
 
 #include <filesystem>
 
@@ -14,15 +12,10 @@ class TimeAndNtp : public CameraTest {
  protected:
   // The answer's value at `pointer` as text; "" when absent.
   std::string Ntp(const std::string& method, const std::string& params = "", const char* pointer = "/error/code") {
-    Reply reply = PostPath("/axis-cgi/ntp.cgi", R"({"apiVersion":"1.1","method":")" + method + "\"" +
-                                                    (params.empty() ? "" : R"(,"params":)" + params) + "}");
-    rapidjson::Document doc;
-    EXPECT_FALSE(doc.Parse(reply.body.c_str()).HasParseError()) << reply.body;
-    const rapidjson::Value* v = rapidjson::Pointer(pointer).Get(doc);
-    if (v == nullptr) return "";
-    return v->IsBool()     ? (v->GetBool() ? "true" : "false")
-           : v->IsString() ? v->GetString()
-                           : std::to_string(v->GetInt());
+    return JsonAt(PostPath("/axis-cgi/ntp.cgi", R"({"apiVersion":"1.1","method":")" + method + "\"" +
+                                                    (params.empty() ? "" : R"(,"params":)" + params) + "}")
+                      .body,
+                  pointer);
   }
   std::string Info(const char* pointer) { return Ntp("getNTPInfo", "", pointer); }
   std::string Date() { return GetPath("/axis-cgi/admin/date.cgi?action=get").body.substr(0, 18); }
