@@ -21,8 +21,8 @@ class EdgeStorage : public CameraTest {
   }
   std::vector<std::string> Ids(const std::string& query) {
     std::vector<std::string> ids;
-    for (auto node :
-         List("/axis-cgi/record/list.cgi?" + query).select_nodes("/root/recordings/recording/@recordingid")) {
+    const pugi::xml_document doc = List("/axis-cgi/record/list.cgi?" + query);  // owns the nodes read below
+    for (auto node : doc.select_nodes("/root/recordings/recording/@recordingid")) {
       ids.push_back(node.attribute().value());
     }
     return ids;

@@ -189,15 +189,19 @@ ScriptedRtspPeer::ScriptedRtspPeer(Script script)
   m_acceptThread = std::thread([this] {
     while (!m_stop) {
       pollfd listening{m_listenFd, POLLIN, 0};
-      const int fd = ::poll(&listening, 1, 20) > 0 ? ::accept(m_listenFd, nullptr, nullptr) : -1;
+      sockaddr_in from{};
+      socklen_t size = sizeof from;
+      const int fd =
+          ::poll(&listening, 1, 20) > 0 ? ::accept(m_listenFd, reinterpret_cast<sockaddr*>(&from), &size) : -1;
       int one = 1;  // answers and packets go out at once, as from a camera
       if (fd < 0 || ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one) != 0) continue;
       std::lock_guard<std::mutex> lock(m_mutex);
-      m_connectionThreads.emplace_back([this, fd] {
+      m_connectionThreads.emplace_back([this, fd, peer = std::string(::inet_ntoa(from.sin_addr))] {
         PeerConnection connection(fd);
         for (uint16_t sequence = 0; !m_stop && !connection.Closed();) {
           RtspText request;
           if (connection.NextMessage(&request, milliseconds(connection.streaming ? 2 : 20))) {
+            request.from = peer;
             std::unique_lock<std::mutex> record(m_mutex);
             m_requests.push_back(request);
             record.unlock();
@@ -254,8 +258,10 @@ ScriptedRtspPeer::Script CameraScript(CameraBehaviour behaviour) {
                            (behaviour.offerGetParameter ? "GET_PARAMETER, " : "") + "TEARDOWN\r\n");
     } else if (request.method == "DESCRIBE") {
       connection.Reply(request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n",
-                       "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Session\r\nt=0 0\r\na=control:*\r\n"
-                       "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=1\r\n" +
+                       "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Session\r\nt=0 "
+                       "0\r\na=control:*\r\n"
+                       "m=video 0 RTP/AVP 96\r\na=rtpmap:96 "
+                       "H264/90000\r\na=control:trackID=1\r\n" +
                            std::string(behaviour.withAudio ? "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n" : ""));
     } else if (request.method == "SETUP") {
       connection.Reply(request, 200, "Transport: " + request.Header("Transport") + ";ssrc=1234\r\n" + session);

@@ -22,6 +22,7 @@ struct RtspText {
   std::string method, uri;                            // requests
   int status = 0;                                     // answers; 0: none came (closed or timed out)
   std::string head, body;                             // head: start line and header lines
+  std::string from;                                   // the sender's address, as the scripted peer saw it
   std::string Header(const std::string& name) const;  // any case; "" when absent
 };
 
@@ -57,7 +58,8 @@ class RtspLink {
 std::string DigestAnswer(const std::string& user, const std::string& realm, const std::string& password,
                          const std::string& method, const std::string& uri, const std::string& nonce);
 
-// The client end: adds CSeq, the Session once known, and Digest after a 401 (retrying once).
+// The client end: adds CSeq, the Session once known, and Digest after a 401
+// (retrying once).
 class RtspExchange : public RtspLink {
  public:
   RtspExchange(std::string user, std::string password) : m_user(std::move(user)), m_password(std::move(password)) {}
@@ -80,7 +82,7 @@ class PeerConnection : public RtspLink {
 };
 
 // Listens on a loopback address of its own and an ephemeral port; each
-// connection runs the script on its own thread.
+// connection runs the script on its own thread. It reads HTTP requests too.
 class ScriptedRtspPeer {
  public:
   using Script = std::function<void(PeerConnection&, const RtspText&)>;
@@ -102,7 +104,8 @@ class ScriptedRtspPeer {
 };
 
 // A camera-like script: OPTIONS, DESCRIBE, SETUP, PLAY (starts streaming),
-// PAUSE, GET_PARAMETER, TEARDOWN, with Digest authentication when a user is set.
+// PAUSE, GET_PARAMETER, TEARDOWN, with Digest authentication when a user is
+// set.
 struct CameraBehaviour {
   std::string user, password;
   bool withAudio = false;
