@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "ProcessStats.h"
-#include "RtspExchange.h"
+#include "RtspTestPeer.h"
 #include "camera_sim/RtspServer.h"
 
 namespace {
@@ -120,7 +120,7 @@ class Clients {
 
  private:
   void Run(uint16_t port) {
-    camsim_test::RtspExchange exchange(kUser, kPassword);
+    netcam_test::RtspExchange exchange(kUser, kPassword);
     const std::string url = "rtsp://" + std::string(kAddress) + ":" + std::to_string(port) +
                             "/axis-media/media.amp?videocodec=h264&camera=1";
     bool ok = exchange.Connect(kAddress, port);

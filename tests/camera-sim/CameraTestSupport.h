@@ -16,7 +16,6 @@ struct Reply {
   int curlCode = 0;  // CURLcode
   std::string body;
   std::string contentType;
-  std::string location;
   std::string headers;  // the raw response header lines
 };
 
@@ -26,29 +25,28 @@ struct RequestOptions {
   std::string user = "root";
   std::string password = "pass";
   Auth auth = Auth::Digest;
-  std::string contentType;  // sent only when non-empty
-  bool followRedirects = false;
-  long timeoutSeconds = 30;  // an upper bound against hangs, never a measurement
 };
 
-Reply Get(const std::string& url, const RequestOptions& options = {});
-Reply Post(const std::string& url, const std::string& body, const RequestOptions& options = {});
+// A GET, or a POST of *body; libcurl's answer bound (30 s) only guards against hangs.
+Reply Perform(const std::string& url, const std::string* body = nullptr, const RequestOptions& options = {});
+
+// The JSON value at `pointer` as text (strings, integers, "true"/"false"); "" when absent, "{}" for objects.
+std::string JsonAt(const std::string& json, const char* pointer);
 
 // Every test gets a fresh camera on an address of its own.
 class CameraTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override { Restart({}); }
+  void TearDown() override { camera_.reset(); }
   // Replaces the running camera with one made from `config` (address and ports are filled in).
   void Restart(camsim::CameraConfig config);
-  std::string Url(const std::string& pathAndQuery) const;
-
+  std::string Url(const std::string& pathAndQuery) const {
+    return "http://" + config_.address + ":" + std::to_string(camera_->HttpPort()) + pathAndQuery;
+  }
   // Shorthands with the default credentials; POSTs use CURLAUTH_ANY as the plug-in does.
-  Reply GetPath(const std::string& pathAndQuery) { return Get(Url(pathAndQuery)); }
+  Reply GetPath(const std::string& pathAndQuery) { return Perform(Url(pathAndQuery)); }
   Reply PostPath(const std::string& path, const std::string& body) {
-    RequestOptions options;
-    options.auth = Auth::Any;
-    return Post(Url(path), body, options);
+    return Perform(Url(path), &body, {.auth = Auth::Any});
   }
 
   camsim::CameraConfig config_;

@@ -12,67 +12,48 @@ namespace {
 
 class Ptz : public CameraTest {
  protected:
-  // Parsed the way the plug-in does it: lines become "key=value" pieces.
+  // Parsed the way the plug-in does it: "\r\n"-separated "key=value" lines.
   std::map<std::string, std::string> Position() {
-    Reply reply = GetPath("/axis-cgi/com/ptz.cgi?query=position");
-    EXPECT_EQ(reply.status, 200);
     std::map<std::string, std::string> values;
-    size_t start = 0;
-    while (start < reply.body.size()) {
-      size_t end = reply.body.find("\r\n", start);
-      if (end == std::string::npos) end = reply.body.size();
-      const std::string line = reply.body.substr(start, end - start);
-      const size_t eq = line.find('=');
-      if (eq != std::string::npos) values[line.substr(0, eq)] = line.substr(eq + 1);
-      start = end + 2;
+    const std::string body = GetPath("/axis-cgi/com/ptz.cgi?query=position").body;
+    for (size_t start = 0, end; start < body.size(); start = end + 2) {
+      end = std::min(body.find("\r\n", start), body.size());
+      const std::string line = body.substr(start, end - start);
+      if (line.find('=') != std::string::npos) values[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
     }
     return values;
   }
-  double Pan() { return std::stod(Position()["pan"]); }
   int Command(const std::string& query) { return static_cast<int>(GetPath("/axis-cgi/com/" + query).status); }
-
-  // Polls until `condition` holds; the bound only guards against a hang.
+  // Polls until `key` satisfies `condition`; the bound only guards against a hang.
   template <typename F>
-  bool Eventually(F condition) {
-    for (int i = 0; i < 1000; ++i) {
-      if (condition()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  bool Eventually(const char* key, F condition) {
+    for (int i = 0; i < 1000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+      if (condition(std::stod(Position()[key]))) return true;
     }
     return false;
   }
 };
 
-TEST_F(Ptz, PositionAnswersPanTiltZoomAndTheOtherLines) {
+TEST_F(Ptz, AbsoluteAndContinuousMovesShowInThePosition) {
   auto position = Position();
-  for (const char* key : {"pan", "tilt", "zoom", "iris", "focus", "autofocus"}) {
-    EXPECT_EQ(position.count(key), 1u) << key;
-  }
-  EXPECT_EQ(position["zoom"], "1");
+  for (const char* key : {"pan", "tilt", "zoom", "iris", "focus", "autofocus"}) EXPECT_EQ(position.count(key), 1u);
   EXPECT_EQ(Command("ptz.cgi?pan=-45.5&tilt=-10&zoom=2500"), 204);
   position = Position();
   EXPECT_DOUBLE_EQ(std::stod(position["pan"]), -45.5);
   EXPECT_DOUBLE_EQ(std::stod(position["tilt"]), -10);
   EXPECT_EQ(position["zoom"], "2500");
-}
-
-TEST_F(Ptz, ContinuousMovesChangeThePositionUntilStopped) {
   EXPECT_EQ(Command("ptz.cgi?continuouspantiltmove=30,0"), 204);
-  EXPECT_TRUE(Eventually([&] { return Pan() > 1.0; }));
-  EXPECT_EQ(Command("ptz.cgi?continuouspantiltmove=0,0"), 204);
-  const double stopped = Pan();
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_DOUBLE_EQ(Pan(), stopped);
-
+  EXPECT_TRUE(Eventually("pan", [](double pan) { return pan > -40; }));
   // The plug-in's zoom step: an absolute zoom with a zoom speed, then a stop with move=stop.
   EXPECT_EQ(Command("ptz.cgi?zoom=100&continuouszoommove=4"), 204);
-  EXPECT_TRUE(Eventually([&] { return std::stoi(Position()["zoom"]) > 100; }));
+  EXPECT_TRUE(Eventually("zoom", [](double zoom) { return zoom > 100; }));
   EXPECT_EQ(Command("ptz.cgi?move=stop&speed=0"), 204);
-  const std::string zoom = Position()["zoom"];
+  position = Position();
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_EQ(Position()["zoom"], zoom);
-
+  EXPECT_EQ(Position(), position);
   EXPECT_EQ(Command("ptz.cgi?continuouspantiltmove=0,-100"), 204);  // tilt stops at its limit
-  EXPECT_TRUE(Eventually([&] { return Position()["tilt"] == "-90.0000"; }));
+  EXPECT_TRUE(Eventually("tilt", [](double tilt) { return tilt == -90; }));
+  EXPECT_EQ(Command("ptz.cgi?pan=999"), 400);
 }
 
 TEST_F(Ptz, ServerPresetsStoreAndRecallPositions) {
@@ -80,26 +61,10 @@ TEST_F(Ptz, ServerPresetsStoreAndRecallPositions) {
   EXPECT_EQ(Command("ptzconfig.cgi?setserverpresetno=3&setserverpresetname=Gate"), 204);
   EXPECT_EQ(Command("ptz.cgi?pan=-100&tilt=0&zoom=1"), 204);
   EXPECT_EQ(Command("ptz.cgi?gotoserverpresetno=3"), 204);
-  auto position = Position();
-  EXPECT_DOUBLE_EQ(std::stod(position["pan"]), 10);
-  EXPECT_EQ(position["zoom"], "300");
+  EXPECT_DOUBLE_EQ(std::stod(Position()["pan"]), 10);
   EXPECT_NE(GetPath("/axis-cgi/com/ptz.cgi?query=presetposall").body.find("presetposno3=Gate"), std::string::npos);
-
   EXPECT_EQ(Command("ptzconfig.cgi?removeserverpresetno=3"), 204);
   EXPECT_EQ(Command("ptz.cgi?gotoserverpresetno=3"), 400);
-  EXPECT_EQ(Command("ptzconfig.cgi?removeserverpresetno=3"), 400);
-}
-
-TEST_F(Ptz, BadCommandsAreRefusedAndMoveNothing) {
-  EXPECT_EQ(Command("ptz.cgi?pan=20"), 204);
-  for (const char* query :
-       {"ptz.cgi", "ptz.cgi?continuouspantiltmove=abc", "ptz.cgi?continuouspantiltmove=5",
-        "ptz.cgi?continuouspantiltmove=101,0", "ptz.cgi?pan=999", "ptz.cgi?pan=5&tilt=nan", "ptz.cgi?zoom=0",
-        "ptz.cgi?pan=5&teleport=1", "ptz.cgi?move=sideways", "ptz.cgi?gotoserverpresetno=-1", "ptz.cgi?camera=7&pan=5",
-        "ptz.cgi?query=weather", "ptzconfig.cgi", "ptzconfig.cgi?setserverpresetno=x"}) {
-    EXPECT_EQ(Command(query), 400) << query;
-  }
-  EXPECT_DOUBLE_EQ(Pan(), 20);
 }
 
 TEST_F(Ptz, ACameraWithoutPtzHasNoPtzCgi) {
@@ -107,7 +72,6 @@ TEST_F(Ptz, ACameraWithoutPtzHasNoPtzCgi) {
   config.hasPtz = false;
   Restart(config);
   EXPECT_EQ(GetPath("/axis-cgi/com/ptz.cgi?query=position").status, 404);
-  EXPECT_EQ(GetPath("/axis-cgi/com/ptzconfig.cgi?setserverpresetno=1").status, 404);
   EXPECT_NE(GetPath("/axis-cgi/param.cgi?action=list&group=Properties.PTZ").body.find("root.Properties.PTZ.PTZ=no"),
             std::string::npos);
 }

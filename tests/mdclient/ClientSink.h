@@ -30,30 +30,25 @@ struct Sink {
   std::atomic<int> afterClose{0};
 
   static void OnData(int32_t, int32_t type, const uint8_t* data, int32_t length, void* user) {
-    auto* sink = static_cast<Sink*>(user);
-    if (sink->closeReturned) ++sink->afterClose;
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    if (type == MDC_DATA_SDP) sink->sdp.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
-    sink->types.push_back(type);
-    sink->changed.notify_all();
+    static_cast<Sink*>(user)->Record(&Sink::types, type, type == MDC_DATA_SDP ? data : nullptr, length);
   }
   static void OnMessage(int32_t, int32_t type, const char*, int32_t, void* user) {
-    auto* sink = static_cast<Sink*>(user);
-    if (sink->closeReturned) ++sink->afterClose;
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    sink->messages.push_back(type);
-    sink->changed.notify_all();
+    static_cast<Sink*>(user)->Record(&Sink::messages, type, nullptr, 0);
   }
-  size_t Count(int type) {
+  void Record(std::vector<int> Sink::*list, int type, const uint8_t* sdpText, int32_t length) {
+    if (closeReturned) ++afterClose;
     std::lock_guard<std::mutex> lock(mutex);
-    return static_cast<size_t>(std::count(types.begin(), types.end(), type));
+    if (sdpText != nullptr) sdp.assign(reinterpret_cast<const char*>(sdpText), static_cast<size_t>(length));
+    (this->*list).push_back(type);
+    changed.notify_all();
   }
+  size_t Count(int type) const { return static_cast<size_t>(std::count(types.begin(), types.end(), type)); }
   bool WaitFor(const std::function<bool()>& condition) {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, kPatience, condition);
   }
-  bool WaitForPackets(size_t count, int type = MDC_DATA_VIDEO) {
-    return WaitFor([&] { return static_cast<size_t>(std::count(types.begin(), types.end(), type)) >= count; });
+  bool WaitForPackets(size_t count) {
+    return WaitFor([&] { return Count(MDC_DATA_VIDEO) >= count; });
   }
   // Any message, or one of `type`.
   bool WaitForMessage(int type = -1) {

@@ -5,47 +5,47 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "LoopbackAddress.h"
 #include "ClientSink.h"
+#include "LoopbackAddress.h"
 #include "MDClient.h"
-#include "ScriptedRtspPeer.h"
+#include "RtspTestPeer.h"
 
 namespace mdclient_test {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr auto kPatience = Sink::kPatience;
+using netcam_test::CameraScript;
+using netcam_test::PeerConnection;
+using netcam_test::RtpPacket;
+using netcam_test::RtspText;
+using netcam_test::ScriptedRtspPeer;
+constexpr int32_t kNoSession = MDC_ERR_NO_SESSION;
 
-
-CameraBehaviour Camera(const std::function<void(CameraBehaviour&)>& edit) {
-  CameraBehaviour behaviour;
-  edit(behaviour);
-  return behaviour;
+template <typename Condition>
+bool Eventually(Condition condition) {
+  for (auto deadline = std::chrono::steady_clock::now() + Sink::kPatience; !condition();) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(10ms);
+  }
+  return true;
 }
-
 
 TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
   EXPECT_LT(MDC_Create(nullptr, 0), 0);
   EXPECT_EQ(MDC_Create("http://cam/x", 0), static_cast<int32_t>(MDC_ERR_BAD_URL));
-  EXPECT_EQ(MDC_Create("rtsp://cam:99999/x", 0), static_cast<int32_t>(MDC_ERR_BAD_URL));
-
   for (int32_t id : {-1, 4095, 123456}) {
-    EXPECT_EQ(MDC_Open(id, &Sink::OnData, nullptr), static_cast<int32_t>(MDC_ERR_NO_SESSION));
-    EXPECT_EQ(MDC_Close(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
-    EXPECT_EQ(MDC_Destroy(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+    EXPECT_EQ(MDC_Open(id, &Sink::OnData, nullptr), kNoSession);
+    EXPECT_EQ(MDC_Close(id), kNoSession);
+    EXPECT_EQ(MDC_Destroy(id), kNoSession);
   }
-
   int32_t id = MDC_Create("rtsp://user:pw@127.0.0.1/x", 0);
   ASSERT_GE(id, 0);
   EXPECT_EQ(MDC_Open(id, nullptr, nullptr), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
@@ -56,92 +56,103 @@ TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
   EXPECT_EQ(MDC_ChangeStatus(id, &pause), static_cast<int32_t>(MDC_ERR_STATE));  // not open
   EXPECT_EQ(MDC_Close(id), 0);  // closing a never-opened client is harmless
   EXPECT_EQ(MDC_Destroy(id), 0);
-
   // A stale id never reaches the session that reuses its slot.
   int32_t next = MDC_Create("rtsp://127.0.0.1/y", 0);
-  ASSERT_GE(next, 0);
   EXPECT_NE(next, id);
-  EXPECT_EQ(MDC_Close(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
-  EXPECT_EQ(MDC_Destroy(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+  EXPECT_EQ(MDC_Destroy(id), kNoSession);
   EXPECT_EQ(MDC_Destroy(next), 0);
-
-  char version[128] = {};
-  EXPECT_EQ(MDC_GetVersion(version, sizeof version), 0);
-  EXPECT_EQ(std::string(version).rfind("netcam MDClient 1.0.0 (asio ", 0), 0u) << version;
+  // The version is cut to the caller's buffer, never written past it.
   char tiny[8];
   EXPECT_NE(MDC_GetVersion(tiny, sizeof tiny), 0);
   EXPECT_EQ(std::strlen(tiny), 7u);
   EXPECT_NE(MDC_GetVersion(nullptr, 10), 0);
 }
 
-TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversSdpFirst) {
-  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
-    c.user = "root";
-    c.password = "p@ss:word";
-    c.withAudio = true;
-  })));
+TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversEachChannelWithItsType) {
+  // The URL's last '@' ends the user info.
+  ScriptedRtspPeer peer(CameraScript(
+      {.user = "root", .password = "p@ss:word", .withAudio = true, .afterPlay = [](PeerConnection& connection) {
+         for (uint8_t channel : {0, 2, 1, 3, 9, 0}) {  // 9: no such channel
+           connection.SendInterleaved(channel,
+                                      channel % 2 ? std::vector<uint8_t>{0x80, 200, 0, 0} : RtpPacket(channel));
+         }
+       }}));
   Sink sink;
   int32_t result = -1;
   int32_t id = OpenClient(peer.Url("root:p@ss:word"), sink, &result);
   ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForPackets(5));
+  ASSERT_TRUE(sink.WaitForPackets(2));
   {
     std::lock_guard<std::mutex> lock(sink.mutex);
-    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
+    EXPECT_EQ(sink.types, (std::vector<int>{MDC_DATA_SDP, MDC_DATA_VIDEO, MDC_DATA_AUDIO, MDC_DATA_RTCP_VIDEO,
+                                            MDC_DATA_RTCP_AUDIO, MDC_DATA_VIDEO}));
     EXPECT_NE(sink.sdp.find("m=video"), std::string::npos);
   }
   EXPECT_EQ(MDC_Close(id), 0);
   EXPECT_EQ(MDC_Destroy(id), 0);
 
   // DESCRIBE twice (401, then authorized); SETUP per medium on its own channels.
-  std::vector<PeerRequest> describes = peer.RequestsOf("DESCRIBE");
+  std::vector<RtspText> describes = peer.RequestsOf("DESCRIBE");
   ASSERT_EQ(describes.size(), 2u);
   EXPECT_EQ(describes[0].Header("Authorization"), "");
   EXPECT_EQ(describes[1].Header("Authorization").rfind("Digest username=\"root\"", 0), 0u);
-  std::vector<PeerRequest> setups = peer.RequestsOf("SETUP");
+  std::vector<RtspText> setups = peer.RequestsOf("SETUP");
   ASSERT_EQ(setups.size(), 2u);
   EXPECT_NE(setups[0].uri.find("/trackID=1"), std::string::npos);
   EXPECT_NE(setups[0].Header("Transport").find("interleaved=0-1"), std::string::npos);
   EXPECT_NE(setups[1].Header("Transport").find("interleaved=2-3"), std::string::npos);
   EXPECT_EQ(setups[1].Header("Session"), "8E2F1A");
-  std::vector<PeerRequest> plays = peer.RequestsOf("PLAY");
-  ASSERT_EQ(plays.size(), 1u);
-  EXPECT_EQ(plays[0].Header("Range"), "npt=0.000-");
+  ASSERT_EQ(peer.RequestsOf("PLAY").size(), 1u);
+  EXPECT_EQ(peer.RequestsOf("PLAY")[0].Header("Range"), "npt=0.000-");
   EXPECT_EQ(peer.RequestsOf("TEARDOWN").size(), 1u);
-  for (const PeerRequest& request : peer.Requests()) {
-    EXPECT_EQ(request.uri.find("p@ss"), std::string::npos) << request.uri;
-  }
+  for (const RtspText& request : peer.RequestsOf("")) EXPECT_EQ(request.head.find("p@ss"), std::string::npos);
 }
 
-TEST(MdcSessionTest, BasicAuthAndAuthFailures) {
-  ScriptedRtspPeer basic(CameraScript(Camera([](CameraBehaviour& c) {
-    c.user = "root";
-    c.password = "pass";
-    c.digest = false;
-  })));
-  Sink sink;
-  int32_t result = -1;
-  int32_t id = OpenClient(basic.Url("root:pass"), sink, &result);
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(MDC_Destroy(id), 0);  // destroy closes an open client too
-
-  ScriptedRtspPeer digest(CameraScript(Camera([](CameraBehaviour& c) {
-    c.user = "root";
-    c.password = "pass";
-  })));
-  for (const std::string& userInfo : {std::string("root:wrong"), std::string()}) {
-    Sink failed;
-    id = OpenClient(digest.Url(userInfo), failed, &result);
-    EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_AUTH)) << userInfo;
-    EXPECT_EQ(MDC_Close(id), 0);
-    EXPECT_EQ(MDC_Destroy(id), 0);
-    EXPECT_TRUE(failed.types.empty());
-    EXPECT_TRUE(failed.messages.empty());
+// What MDC_Open answers for each way opening can fail.
+TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
+  ScriptedRtspPeer::Script camera = CameraScript({.user = "root", .password = "pass"});
+  struct Case {
+    const char* name;
+    ScriptedRtspPeer::Script script;
+    std::string userInfo;
+    int32_t expected;
+  } cases[] = {
+      {"wrong password", camera, "root:wrong", int32_t(MDC_ERR_AUTH)},
+      {"no credentials", camera, "", int32_t(MDC_ERR_AUTH)},
+      {"461 on SETUP",
+       [camera](PeerConnection& connection, const RtspText& request) {
+         request.method == "SETUP" ? connection.Reply(request, 461) : camera(connection, request);
+       },
+       "root:pass", int32_t(MDC_ERR_STATUS)},
+      {"silent peer (waits out the answer bound)", [](PeerConnection&, const RtspText&) {}, "",
+       int32_t(MDC_ERR_TIMEOUT)},
+      {"refused", nullptr, "", int32_t(MDC_ERR_CONNECT)},
+  };
+  // A bound socket that never listens: connecting to it is refused.
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  socklen_t length = sizeof local;
+  ::inet_pton(AF_INET, netcam_test::UniqueLoopbackAddress(0).c_str(), &local.sin_addr);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length), 0);
+  const std::string refused =
+      "rtsp://" + std::string(::inet_ntoa(local.sin_addr)) + ":" + std::to_string(ntohs(local.sin_port)) + "/x";
+  for (const Case& c : cases) {
+    ScriptedRtspPeer peer(c.script);
+    Sink sink;
+    int32_t result = -1;
+    int32_t id = OpenClient(c.script ? peer.Url(c.userInfo) : refused, sink, &result);
+    EXPECT_EQ(result, c.expected) << c.name;
+    EXPECT_EQ(MDC_Open(id, &Sink::OnData, &sink), int32_t(MDC_ERR_STATE)) << "one open per client";
+    EXPECT_EQ(MDC_Destroy(id), 0) << c.name;
+    EXPECT_TRUE(sink.messages.empty()) << c.name;
   }
+  ::close(fd);
 }
 
 TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
-  ScriptedRtspPeer peer(CameraScript(CameraBehaviour()));
+  ScriptedRtspPeer peer(CameraScript({}));
   Sink sink;
   // 2024-06-21T15:17:25Z to 15:27:25.5Z.
   MDC_PlayInfoV1 info{1, 1, 0, 1.0f, 0, 1718983045.0 * 1e6, 1718983645.5 * 1e6};
@@ -149,197 +160,111 @@ TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
   int32_t id = OpenClient(peer.Url(), sink, &result, &info);
   ASSERT_EQ(result, 0);
   EXPECT_EQ(MDC_SetInfoV1(id, &info), static_cast<int32_t>(MDC_ERR_STATE));  // too late
-
-  MDC_StatusChange change{};
-  change.kind = MDC_STATUS_PAUSE;
-  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
-  change.kind = MDC_STATUS_RESUME;
-  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
-  change.kind = MDC_STATUS_SPEED;
-  change.speed = 4.0;
-  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
-  change.speed = 0;
-  EXPECT_EQ(MDC_ChangeStatus(id, &change), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
-  change.kind = 7;
-  EXPECT_EQ(MDC_ChangeStatus(id, &change), static_cast<int32_t>(MDC_ERR_INVALID_ARG));
+  struct Step {
+    int kind;
+    double speed;
+    int32_t expected;
+  };
+  for (Step step :
+       {Step{MDC_STATUS_PAUSE, 0, 0}, Step{MDC_STATUS_RESUME, 0, 0}, Step{MDC_STATUS_SPEED, 4.0, 0},
+        Step{MDC_STATUS_SPEED, 0, int32_t(MDC_ERR_INVALID_ARG)}, Step{7, 0, int32_t(MDC_ERR_INVALID_ARG)}}) {
+    MDC_StatusChange change{};
+    change.kind = step.kind;
+    change.speed = step.speed;
+    EXPECT_EQ(MDC_ChangeStatus(id, &change), step.expected) << step.kind;
+  }
   EXPECT_EQ(MDC_Close(id), 0);
-  change.kind = MDC_STATUS_PAUSE;
-  EXPECT_EQ(MDC_ChangeStatus(id, &change), static_cast<int32_t>(MDC_ERR_STATE));
+  MDC_StatusChange pause{};
+  pause.kind = MDC_STATUS_PAUSE;
+  EXPECT_EQ(MDC_ChangeStatus(id, &pause), static_cast<int32_t>(MDC_ERR_STATE));
   EXPECT_EQ(MDC_Destroy(id), 0);
 
-  std::vector<PeerRequest> plays = peer.RequestsOf("PLAY");
+  std::vector<RtspText> plays = peer.RequestsOf("PLAY");
   ASSERT_EQ(plays.size(), 3u);
   EXPECT_EQ(plays[0].Header("Range"), "clock=20240621T151725.000Z-20240621T152725.500Z");
-  EXPECT_EQ(plays[1].Header("Range"), "");
-  EXPECT_EQ(plays[1].Header("Scale"), "");
+  EXPECT_EQ(plays[1].Header("Range") + plays[1].Header("Scale"), "");
   EXPECT_EQ(plays[2].Header("Scale"), "4.000");
   EXPECT_EQ(peer.RequestsOf("PAUSE").size(), 1u);
-  // Aggregate control "*" means the Content-Base itself.
-  EXPECT_EQ(plays[0].uri, peer.Url() + "/");
+  EXPECT_EQ(plays[0].uri, peer.Url() + "/");  // aggregate control "*" means the Content-Base itself
 }
 
 TEST(MdcSessionTest, KeepAliveUsesGetParameterOrOptions) {
   for (bool offerGetParameter : {true, false}) {
-    ScriptedRtspPeer peer(CameraScript(Camera([&](CameraBehaviour& c) {
-      c.offerGetParameter = offerGetParameter;
-      c.sessionTimeout = 2;
-    })));
+    ScriptedRtspPeer peer(CameraScript({.offerGetParameter = offerGetParameter, .sessionTimeout = 2}));
     Sink sink;
     int32_t result = -1;
     int32_t id = OpenClient(peer.Url(), sink, &result);
     ASSERT_EQ(result, 0);
     const char* expected = offerGetParameter ? "GET_PARAMETER" : "OPTIONS";
-    size_t before = peer.RequestsOf(expected).size();
-    auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (peer.RequestsOf(expected).size() == before && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(50ms);
-    }
-    std::vector<PeerRequest> keepAlives = peer.RequestsOf(expected);
-    ASSERT_GT(keepAlives.size(), before) << expected;
-    EXPECT_EQ(keepAlives.back().Header("Session"), "8E2F1A");
+    const size_t before = peer.RequestsOf(expected).size();
+    ASSERT_TRUE(Eventually([&] { return peer.RequestsOf(expected).size() > before; })) << expected;
+    EXPECT_EQ(peer.RequestsOf(expected).back().Header("Session"), "8E2F1A");
     EXPECT_EQ(MDC_Destroy(id), 0);
   }
 }
 
-TEST(MdcSessionTest, ConnectionRefusedFails) {
-  // A bound socket that never listens: connecting to it is refused.
-  std::string address = netcam_test::UniqueLoopbackAddress(0);
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in local{};
-  local.sin_family = AF_INET;
-  ::inet_pton(AF_INET, address.c_str(), &local.sin_addr);
-  socklen_t length = sizeof local;
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
-  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length), 0);
-  Sink sink;
-  int32_t result = -1;
-  int32_t id =
-      OpenClient("rtsp://root:pass@" + address + ":" + std::to_string(ntohs(local.sin_port)) + "/x", sink, &result);
-  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_CONNECT));
-  EXPECT_EQ(MDC_Open(id, &Sink::OnData, &sink), static_cast<int32_t>(MDC_ERR_STATE));  // one open per client
-  EXPECT_EQ(MDC_Destroy(id), 0);
-  ::close(fd);
+std::vector<uint8_t> RtcpSenderReportAndBye() {
+  std::vector<uint8_t> packet = {0x80, 200, 0, 6};  // SR, 28 bytes
+  packet.resize(28, 0);
+  packet.insert(packet.end(), {0x81, 203, 0, 1, 0x12, 0x34, 0x56, 0x78});
+  return packet;
 }
 
-TEST(MdcSessionTest, SilentPeerTimesOut) {
-  ScriptedRtspPeer peer([](PeerConnection&, const PeerRequest&) {});
-  Sink sink;
-  int32_t result = -1;
-  int32_t id = OpenClient(peer.Url(), sink, &result);
-  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_TIMEOUT));
-  EXPECT_EQ(MDC_Destroy(id), 0);
-}
-
-TEST(MdcSessionTest, ErrorStatusFailsOpen) {
-  CameraBehaviour behaviour;
-  ScriptedRtspPeer peer([camera = CameraScript(behaviour)](PeerConnection& connection, const PeerRequest& request) {
-    if (request.method == "SETUP") {
-      connection.Reply(request, 461);  // Unsupported Transport
-    } else {
-      camera(connection, request);
-    }
-  });
-  Sink sink;
-  int32_t result = -1;
-  int32_t id = OpenClient(peer.Url(), sink, &result);
-  EXPECT_EQ(result, static_cast<int32_t>(MDC_ERR_STATUS));
-  EXPECT_EQ(MDC_Destroy(id), 0);
-}
-
-// Faults after PLAY, each with the message it must produce.
-struct StreamFault {
-  const char* name;
-  std::function<void(PeerConnection&)> afterPlay;
-  int message;
-};
-
-class MdcStreamFaultTest : public ::testing::TestWithParam<StreamFault> {};
-
-TEST_P(MdcStreamFaultTest, ReportsWhatTheServerDid) {
-  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) { c.afterPlay = GetParam().afterPlay; })));
-  Sink sink;
-  int32_t result = -1;
-  int32_t id = OpenClient(peer.Url(), sink, &result);
-  ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForMessage());
-  {
+// Faults after PLAY, each with the one message it must produce.
+TEST(MdcSessionTest, ReportsWhatTheServerDidOnceEach) {
+  struct Case {
+    const char* name;
+    std::function<void(PeerConnection&)> afterPlay;
+    int message;
+  } cases[] = {
+      {"server closes",
+       [](PeerConnection& connection) {
+         for (uint16_t i = 0; i < 20; ++i) connection.SendInterleaved(0, RtpPacket(i));
+         connection.Close();
+       },
+       MDC_MSG_CLOSED},
+      {"RTCP BYE, then close",  // hanging up after BYE is no second event
+       [](PeerConnection& connection) {
+         for (uint16_t i = 0; i < 5; ++i) connection.SendInterleaved(0, RtpPacket(i));
+         connection.SendInterleaved(1, RtcpSenderReportAndBye());
+         connection.Close();
+       },
+       MDC_MSG_COMPLETE},
+      {"garbage",
+       [](PeerConnection& connection) {
+         connection.SendInterleaved(0, RtpPacket(1));
+         std::string junk(4096, '\0');
+         for (size_t i = 0; i < junk.size(); ++i) junk[i] = static_cast<char>(i * 131 + 7);
+         connection.Send(junk);
+       },
+       MDC_MSG_CLOSED},
+      {"endless header",
+       [](PeerConnection& connection) {
+         connection.Send("RTSP/1.0 200 OK\r\nX-Pad: ");
+         for (int i = 0; i < 8 && connection.Send(std::string(16384, 'x')); ++i) {
+         }
+       },
+       MDC_MSG_CLOSED},
+  };
+  for (const Case& c : cases) {
+    ScriptedRtspPeer peer(CameraScript({.afterPlay = c.afterPlay}));
+    Sink sink;
+    int32_t result = -1;
+    int32_t id = OpenClient(peer.Url(), sink, &result);
+    ASSERT_EQ(result, 0) << c.name;
+    ASSERT_TRUE(sink.WaitForMessage()) << c.name;
+    EXPECT_EQ(MDC_Close(id), 0);
+    EXPECT_EQ(MDC_Destroy(id), 0);
     std::lock_guard<std::mutex> lock(sink.mutex);
-    EXPECT_EQ(sink.messages.front(), GetParam().message);
-    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
+    EXPECT_EQ(sink.messages, std::vector<int>{c.message}) << c.name;
+    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP) << c.name;
   }
-  EXPECT_EQ(MDC_Close(id), 0);
-  EXPECT_EQ(MDC_Destroy(id), 0);
-  std::lock_guard<std::mutex> lock(sink.mutex);
-  EXPECT_EQ(sink.messages.size(), 1u) << "one message per event";
-}
-
-INSTANTIATE_TEST_SUITE_P(Faults, MdcStreamFaultTest,
-                         ::testing::Values(StreamFault{"ServerCloses",
-                                                       [](PeerConnection& connection) {
-                                                         for (uint16_t i = 0; i < 20; ++i)
-                                                           connection.SendInterleaved(0, RtpPacket(i));
-                                                         connection.Close();
-                                                       },
-                                                       MDC_MSG_CLOSED},
-                                           StreamFault{"RtcpBye",
-                                                       [](PeerConnection& connection) {
-                                                         for (uint16_t i = 0; i < 5; ++i)
-                                                           connection.SendInterleaved(0, RtpPacket(i));
-                                                         connection.SendInterleaved(1, RtcpBye());
-                                                         connection.Close();  // hanging up after BYE is no second event
-                                                       },
-                                                       MDC_MSG_COMPLETE},
-                                           StreamFault{"Garbage",
-                                                       [](PeerConnection& connection) {
-                                                         connection.SendInterleaved(0, RtpPacket(1));
-                                                         std::string junk(4096, '\0');
-                                                         for (size_t i = 0; i < junk.size(); ++i)
-                                                           junk[i] = static_cast<char>(i * 131 + 7);
-                                                         connection.Send(junk);
-                                                       },
-                                                       MDC_MSG_CLOSED},
-                                           StreamFault{"EndlessHeader",
-                                                       [](PeerConnection& connection) {
-                                                         connection.Send("RTSP/1.0 200 OK\r\nX-Pad: ");
-                                                         std::string pad(16384, 'x');
-                                                         for (int i = 0; i < 8 && connection.Send(pad); ++i) {
-                                                         }
-                                                       },
-                                                       MDC_MSG_CLOSED}),
-                         [](const ::testing::TestParamInfo<StreamFault>& param) {
-                           return std::string(param.param.name);
-                         });
-
-TEST(MdcSessionTest, DeliversEachChannelWithItsType) {
-  ScriptedRtspPeer peer(CameraScript(Camera([](CameraBehaviour& c) {
-    c.withAudio = true;
-    c.afterPlay = [](PeerConnection& connection) {
-      connection.SendInterleaved(0, RtpPacket(1));
-      connection.SendInterleaved(2, RtpPacket(2));
-      connection.SendInterleaved(1, {0x80, 200, 0, 0});
-      connection.SendInterleaved(3, {0x80, 201, 0, 0});
-      connection.SendInterleaved(9, RtpPacket(3));  // no such channel
-      connection.SendInterleaved(0, RtpPacket(4));
-    };
-  })));
-  Sink sink;
-  int32_t result = -1;
-  int32_t id = OpenClient(peer.Url(), sink, &result);
-  ASSERT_EQ(result, 0);
-  ASSERT_TRUE(sink.WaitForPackets(2));
-  EXPECT_EQ(MDC_Destroy(id), 0);
-  std::lock_guard<std::mutex> lock(sink.mutex);
-  EXPECT_EQ(sink.types, (std::vector<int>{MDC_DATA_SDP, MDC_DATA_VIDEO, MDC_DATA_AUDIO, MDC_DATA_RTCP_VIDEO,
-                                          MDC_DATA_RTCP_AUDIO, MDC_DATA_VIDEO}));
 }
 
 // Closes (and destroys) its own client from inside the data callback.
 struct SelfClosing {
-  std::atomic<int32_t> id{-1};
-  std::atomic<int> packets{0};
-  std::atomic<int32_t> closeResult{-1};
-  std::atomic<int32_t> destroyResult{-1};
-  std::atomic<int> afterClose{0};
+  std::atomic<int> packets{0}, afterClose{0};
+  std::atomic<int32_t> closeResult{-1}, destroyResult{-1};
   std::atomic<bool> closed{false};
 
   static void OnData(int32_t clientId, int32_t type, const uint8_t*, int32_t, void* user) {
@@ -353,29 +278,21 @@ struct SelfClosing {
 };
 
 TEST(MdcSessionTest, CloseFromInsideOwnCallbackDoesNotDeadlock) {
-  ScriptedRtspPeer peer(CameraScript(CameraBehaviour()));
+  ScriptedRtspPeer peer(CameraScript({}));
   SelfClosing state;
   int32_t id = MDC_Create(peer.Url().c_str(), 0);
-  ASSERT_GE(id, 0);
-  state.id = id;
   ASSERT_EQ(MDC_Open(id, &SelfClosing::OnData, &state), 0);
-  auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!state.closed && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(10ms);
-  ASSERT_TRUE(state.closed);
+  ASSERT_TRUE(Eventually([&] { return state.closed.load(); }));
   EXPECT_EQ(state.closeResult, 0);
   EXPECT_EQ(state.destroyResult, 0);
   // The peer keeps streaming until TEARDOWN arrives; none of it may come through.
-  deadline = std::chrono::steady_clock::now() + kPatience;
-  while (peer.RequestsOf("TEARDOWN").empty() && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(10ms);
-  }
-  EXPECT_EQ(peer.RequestsOf("TEARDOWN").size(), 1u);
+  EXPECT_TRUE(Eventually([&] { return !peer.RequestsOf("TEARDOWN").empty(); }));
   EXPECT_EQ(state.afterClose, 0);
-  EXPECT_EQ(MDC_Destroy(id), static_cast<int32_t>(MDC_ERR_NO_SESSION));
+  EXPECT_EQ(MDC_Destroy(id), kNoSession);
 }
 
 TEST(MdcSessionTest, ManyOpenCloseCyclesWithDataFlowing) {
-  ScriptedRtspPeer peer(CameraScript(CameraBehaviour()));
+  ScriptedRtspPeer peer(CameraScript({}));
   std::vector<std::unique_ptr<Sink>> sinks;
   for (int cycle = 0; cycle < 200; ++cycle) {
     sinks.push_back(std::make_unique<Sink>());
