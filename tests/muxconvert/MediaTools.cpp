@@ -1,50 +1,6 @@
 #include "MediaTools.h"
 
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-#include <stdexcept>
-
 namespace netcam_test {
-
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "muxconvert-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  path_ = pattern;
-}
-
-TempDir::~TempDir() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-CommandResult RunCommand(const std::string& command) {
-  CommandResult result;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return result;
-  std::array<char, 4096> buffer;
-  size_t read;
-  while ((read = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.output.append(buffer.data(), read);
-  const int status = pclose(pipe);
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
-}
-
-Bytes ReadFileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteFileBytes(const std::string& path, const Bytes& data) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-}
 
 void OutputCollector::OnUnit(const MUXC_OutputUnit* unit, void* user) {
   auto* self = static_cast<OutputCollector*>(user);
@@ -61,30 +17,6 @@ MUXC_HANDLE StartSession(const std::string& sdp, OutputCollector* collector) {
   MUXC_Start(handle, 0, 0);
   return handle;
 }
-
-ProbeResult Probe(const std::string& file, const char* mediaType) {
-  ProbeResult result;
-  CommandResult run = RunCommand(std::string("ffprobe -v error -count_frames -select_streams ") + mediaType +
-                                 ":0 -show_entries stream=codec_name,nb_read_frames -of csv=p=0 '" + file + "'");
-  std::istringstream lines(run.output);
-  std::string line;
-  if (run.exitCode != 0 || !std::getline(lines, line)) return result;
-  const size_t comma = line.find(',');
-  if (comma == std::string::npos) return result;
-  result.codec = line.substr(0, comma);
-  result.frames = std::atoi(line.c_str() + comma + 1);
-  return result;
-}
-
-std::string DecodeErrors(const std::string& file) {
-  CommandResult run = RunCommand("ffmpeg -nostdin -v error -i '" + file + "' -f null -");
-  if (run.exitCode != 0 && run.output.empty()) return "ffmpeg exit code " + std::to_string(run.exitCode);
-  return run.output;
-}
-
-}  // namespace netcam_test
-
-namespace netcam_test {
 
 std::vector<PsPacket> ReadProgramStream(const Bytes& s, bool* ok) {
   std::vector<PsPacket> packets;

@@ -1,6 +1,6 @@
 // RtpTestPacketizer.h - turns elementary streams made by ffmpeg into the RTP
 // packets and SDP a camera would send: H.264 (RFC 6184 single NAL, STAP-A,
-// FU-A), H.265 (RFC 7798 single, AP, FU) and AAC (RFC 3640 AAC-hbr).
+// FU-A), H.265 (RFC 7798 single, AP, FU) and AAC (RFC 3640 AAC-hbr, whole units).
 // Test-side only; deliberately independent of the code under test.
 #pragma once
 
@@ -31,8 +31,8 @@ struct VideoAccessUnit {
 
 // NAL units of an Annex-B byte stream, start codes removed.
 std::vector<Bytes> SplitAnnexB(const Bytes& stream);
-// Groups NAL units into access units (AUD, parameter sets/SEI after a picture,
-// or a slice that starts a new picture begin a new unit).
+// Groups NAL units into access units, for encoders that write one slice per
+// picture (as ours are told to): any NAL unit after a slice starts a new unit.
 std::vector<VideoAccessUnit> GroupAccessUnits(VideoCodec codec, const std::vector<Bytes>& nalUnits);
 
 // Builds a 12-byte RTP header followed by `payload`.
@@ -56,23 +56,11 @@ class VideoRtpPacketizer {
   uint16_t sequence_;
 };
 
-struct AdtsStream {
-  Bytes audioSpecificConfig;
-  uint32_t sampleRate = 0;
-  int channels = 0;
-  std::vector<Bytes> accessUnits;  // raw AAC frames, ADTS headers removed
-};
-// Reads an ADTS file; an empty result (no units) on malformed input.
-AdtsStream ParseAdts(const Bytes& stream);
-
 class AacRtpPacketizer {
  public:
   explicit AacRtpPacketizer(RtpStreamOptions options) : options_(options) { sequence_ = options.firstSequence; }
-  // Up to `unitsPerPacket` units per packet (all share one packet's timestamp,
-  // 1024 samples apart); a unit larger than the payload limit is fragmented.
-  // `firstUnitTicks` is in samples of the audio clock. Marker on every packet
-  // except non-final fragments.
-  std::vector<Bytes> Packetize(const std::vector<Bytes>& units, size_t unitsPerPacket, uint32_t firstUnitTicks);
+  // One packet of `units` (AAC-hbr, marker set); `firstUnitTicks` is in samples of the audio clock.
+  Bytes Packetize(const std::vector<Bytes>& units, uint32_t firstUnitTicks);
 
  private:
   RtpStreamOptions options_;
@@ -80,12 +68,11 @@ class AacRtpPacketizer {
 };
 
 std::string Base64(const Bytes& data);
-std::string Hex(const Bytes& data);
 
 // SDP texts as cameras send them (CRLF line ends, a=control per medium).
 std::string SdpSessionHeader();
-std::string H264SdpMedia(uint8_t payloadType, const std::vector<Bytes>& parameterSets, int packetizationMode = 1);
+std::string H264SdpMedia(uint8_t payloadType, const std::vector<Bytes>& parameterSets);
 std::string H265SdpMedia(uint8_t payloadType, const Bytes& vps, const Bytes& sps, const Bytes& pps);
-std::string AacSdpMedia(uint8_t payloadType, uint32_t sampleRate, int channels, const Bytes& config);
+std::string AacSdpMedia(uint8_t payloadType, uint32_t sampleRate, int channels, const std::string& configHex);
 
 }  // namespace netcam_test
