@@ -17,62 +17,35 @@ const char kCameraSdp[] =
     "IndexDeltaLength=3; Profile=1;\r\n"
     "m=audio 0 RTP/AVP 0\r\na=control:trackID=3\r\n";
 
-TEST(SdpParserTest, ReadsACameraDescription) {
+// Field by field only where the decoded sessions prove nothing: attribute spelling and order as cameras
+// vary them, static payload types, and the choice among several formats.
+TEST(SdpParserTest, ReadsCameraVariants) {
   SdpDescription sdp;
   ASSERT_EQ(ParseSdp(kCameraSdp, &sdp), SdpStatus::kOk);
   ASSERT_EQ(sdp.media.size(), 3u);
+  EXPECT_EQ(sdp.media[0].control, "trackID=1");
+  EXPECT_EQ(sdp.media[0].parameterSets.size(), 2u);
+  const AacParams& aac = sdp.media[1].aac;  // capitals and spaces in the fmtp
+  EXPECT_EQ(aac.config, (std::vector<uint8_t>{0x14, 0x08}));
+  EXPECT_TRUE(aac.sizeLength == 13 && aac.indexLength == 3 && aac.indexDeltaLength == 3);
+  EXPECT_TRUE(sdp.media[1].unusableReason.empty());
+  EXPECT_EQ(sdp.media[2].codec, Codec::kPcmu);  // static payload type without rtpmap: known, not carried
+  EXPECT_FALSE(sdp.media[2].unusableReason.empty());
 
-  const SdpMedia& video = sdp.media[0];
-  EXPECT_EQ(video.codec, Codec::kH264);
-  EXPECT_EQ(video.payloadType, 96);
-  EXPECT_EQ(video.clockRate, 90000u);
-  EXPECT_EQ(video.packetizationMode, 1);
-  EXPECT_EQ(video.control, "trackID=1");
-  EXPECT_TRUE(video.unusableReason.empty());
-  ASSERT_EQ(video.parameterSets.size(), 2u);
-  EXPECT_EQ(video.parameterSets[0][0], 0x67);  // SPS
-  EXPECT_EQ(video.parameterSets[1], (std::vector<uint8_t>{0x68, 0xEE, 0x3C, 0x80}));
+  ASSERT_EQ(
+      ParseSdp("m=video 0 RTP/AVP 98\na=rtpmap:98 H265/90000\na=fmtp:98 sprop-pps=RAHAcvAbJA==; "
+               "sprop-sps=QgEBAWAAAAMAAAMAAAMAAAMAXaAFAgPB; sprop-vps=QAEMAf//AWAAAAMAAAMA; sprop-max-don-diff=2\n",
+               &sdp),
+      SdpStatus::kOk);
+  ASSERT_EQ(sdp.media.size(), 1u);
+  EXPECT_EQ(sdp.media[0].maxDonDiff, 2);
+  ASSERT_EQ(sdp.media[0].parameterSets.size(), 3u);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ((sdp.media[0].parameterSets[i][0] >> 1) & 0x3F, 32 + i);  // VPS, SPS, PPS
 
-  const SdpMedia& aac = sdp.media[1];
-  EXPECT_EQ(aac.codec, Codec::kAac);
-  EXPECT_EQ(aac.clockRate, 16000u);
-  EXPECT_EQ(aac.channels, 1);
-  EXPECT_EQ(aac.aac.config, (std::vector<uint8_t>{0x14, 0x08}));
-  EXPECT_EQ(aac.aac.sizeLength, 13);
-  EXPECT_EQ(aac.aac.indexLength, 3);
-  EXPECT_EQ(aac.aac.indexDeltaLength, 3);
-  EXPECT_TRUE(aac.unusableReason.empty());
-
-  const SdpMedia& g711 = sdp.media[2];  // static payload type, no rtpmap
-  EXPECT_EQ(g711.codec, Codec::kPcmu);
-  EXPECT_EQ(g711.clockRate, 8000u);
-  EXPECT_FALSE(g711.unusableReason.empty());  // recognised, not carried
-}
-
-TEST(SdpParserTest, ReadsH265ParameterSetsInDecodingOrder) {
-  const std::string sdp =
-      "m=video 0 RTP/AVP 98\na=rtpmap:98 H265/90000\n"
-      "a=fmtp:98 sprop-pps=RAHAcvAbJA==; sprop-sps=QgEBAWAAAAMAAAMAAAMAAAMAXaAFAgPB; sprop-vps=QAEMAf//AWAAAAMAAAMA;"
-      " sprop-max-don-diff=2\n";
-  SdpDescription out;
-  ASSERT_EQ(ParseSdp(sdp, &out), SdpStatus::kOk);
-  ASSERT_EQ(out.media.size(), 1u);
-  const SdpMedia& media = out.media[0];
-  EXPECT_EQ(media.codec, Codec::kH265);
-  EXPECT_EQ(media.maxDonDiff, 2);
-  ASSERT_EQ(media.parameterSets.size(), 3u);
-  EXPECT_EQ((media.parameterSets[0][0] >> 1) & 0x3F, 32);  // VPS first whatever the attribute order
-  EXPECT_EQ((media.parameterSets[1][0] >> 1) & 0x3F, 33);
-  EXPECT_EQ((media.parameterSets[2][0] >> 1) & 0x3F, 34);
-}
-
-TEST(SdpParserTest, PicksTheFirstSupportedFormatOfAMedium) {
-  SdpDescription out;
-  ASSERT_EQ(ParseSdp("m=video 0 RTP/AVP 26 99 96\r\na=rtpmap:99 VP8/90000\r\na=rtpmap:96 h264/90000\r\n", &out),
+  ASSERT_EQ(ParseSdp("m=video 0 RTP/AVP 26 99 96\r\na=rtpmap:99 VP8/90000\r\na=rtpmap:96 h264/90000\r\n", &sdp),
             SdpStatus::kOk);
-  ASSERT_EQ(out.media.size(), 1u);
-  EXPECT_EQ(out.media[0].payloadType, 96);
-  EXPECT_EQ(out.media[0].codec, Codec::kH264);
+  ASSERT_EQ(sdp.media.size(), 1u);
+  EXPECT_EQ(sdp.media[0].payloadType, 96);  // the first format it can carry
 }
 
 TEST(SdpParserTest, MarksMediaItCannotCarry) {
@@ -125,13 +98,9 @@ TEST(SdpParserTest, SurvivesHostileText) {
 }
 
 TEST(SdpParserTest, DecodesBase64StrictlyWithOptionalPadding) {
-  EXPECT_EQ(DecodeBase64("aO48gA=="), (std::vector<uint8_t>{0x68, 0xEE, 0x3C, 0x80}));
-  EXPECT_EQ(DecodeBase64("aO48gA"), (std::vector<uint8_t>{0x68, 0xEE, 0x3C, 0x80}));
+  EXPECT_EQ(DecodeBase64("aO48gA"), (std::vector<uint8_t>{0x68, 0xEE, 0x3C, 0x80}));  // padding optional
   EXPECT_EQ(DecodeBase64("+/+/"), (std::vector<uint8_t>{0xFB, 0xFF, 0xBF}));
-  EXPECT_EQ(DecodeBase64(""), std::vector<uint8_t>());
-  EXPECT_FALSE(DecodeBase64("aO4 8gA=="));
-  EXPECT_FALSE(DecodeBase64("aO48g"));  // a lone 6-bit group cannot be a byte
-  EXPECT_FALSE(DecodeBase64("aO-8"));
+  for (const char* bad : {"aO4 8gA==", "aO48g", "aO-8"}) EXPECT_FALSE(DecodeBase64(bad)) << bad;
 }
 
 }  // namespace
