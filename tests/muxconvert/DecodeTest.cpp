@@ -2,12 +2,11 @@
 // repackaged, written out as the platform does, and read back by ffprobe.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -21,68 +20,50 @@ namespace {
 constexpr int kFrames = 50;  // two GOPs of 25 at 25 fps
 constexpr uint32_t kTicksPerFrame = 3600;
 
-// A fresh directory, removed with everything in it at the end of the test.
-struct TempDir {
-  std::string path = [] {
-    std::string pattern = (std::filesystem::temp_directory_path() / "muxconvert-test-XXXXXX").string();
-    return mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-  }();
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string File(const std::string& name) const { return path + "/" + name; }
-};
-
-// Output (stdout and stderr) of a command that must succeed.
+// Standard output of a command that must succeed.
 std::string Run(const std::string& command) {
   std::string output;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return "popen failed";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return output;
   char buffer[4096];
   for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) output.append(buffer, n);
   const int status = pclose(pipe);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command << "\n" << output;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
   return output;
-}
-
-Bytes ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Decodes every frame of the first stream of `mediaType` ("v" or "a"): "codec,frames\n", with any decoder
 // or demuxer error in front.
-std::string Probe(const TempDir& dir, const Bytes& stream, const char* mediaType) {
-  const std::string file = dir.File("out.mpg");
+std::string Probe(const Bytes& stream, const char* mediaType) {
+  const std::string file = ::testing::TempDir() + "muxconvert-" + std::to_string(getpid()) + ".mpg";
   std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(stream.data()), stream.size());
-  return Run(std::string("ffprobe -v error -count_frames -select_streams ") + mediaType +
-             ":0 -show_entries stream=codec_name,nb_read_frames -of csv=p=0 '" + file + "'");
+  const std::string output = Run(std::string("ffprobe -v error -count_frames -select_streams ") + mediaType +
+                                 ":0 -show_entries stream=codec_name,nb_read_frames -of csv=p=0 '" + file + "' 2>&1");
+  std::remove(file.c_str());
+  return output;
 }
 
-std::vector<VideoAccessUnit> EncodeVideo(const TempDir& dir, VideoCodec codec) {
-  const std::string out = dir.File("in.es");
+std::vector<VideoAccessUnit> EncodeVideo(VideoCodec codec) {
   const std::string encoder =
       codec == VideoCodec::kH265
           ? "-c:v libx265 -x265-params bframes=0:keyint=25:min-keyint=25:scenecut=0:log-level=error -f hevc"
           : "-c:v libx264 -bf 0 -g 25 -sc_threshold 0 -f h264";
-  Run("ffmpeg -nostdin -v error -f lavfi -i testsrc=size=320x240:rate=25 -frames:v " + std::to_string(kFrames) +
-      " -pix_fmt yuv420p " + encoder + " -y '" + out + "'");
-  return GroupAccessUnits(codec, SplitAnnexB(ReadFile(out)));
+  const std::string stream = Run("ffmpeg -nostdin -v error -f lavfi -i testsrc=size=320x240:rate=25 -frames:v " +
+                                 std::to_string(kFrames) + " -pix_fmt yuv420p " + encoder + " -");
+  return GroupAccessUnits(codec, SplitAnnexB(Bytes(stream.begin(), stream.end())));
 }
 
 // Raw AAC-LC frames of a 48 kHz mono tone (AudioSpecificConfig 0x1188), ADTS headers removed.
-std::vector<Bytes> EncodeAudio(const TempDir& dir) {
-  const std::string out = dir.File("in.aac");
-  Run("ffmpeg -nostdin -v error -f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 -ac 1 -c:a aac -b:a 64k "
-      "-f adts -y '" +
-      out + "'");
-  const Bytes adts = ReadFile(out);
+std::vector<Bytes> EncodeAudio() {
+  const std::string adts =
+      Run("ffmpeg -nostdin -v error -f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 -ac 1 -c:a aac -b:a 64k -f "
+          "adts -");
   std::vector<Bytes> frames;
-  for (size_t at = 0, length = 0; at + 7 <= adts.size() && adts[at] == 0xFF; at += length) {
-    length = static_cast<size_t>(adts[at + 3] & 3) << 11 | static_cast<size_t>(adts[at + 4]) << 3 | adts[at + 5] >> 5;
-    if (length <= 7 || at + length > adts.size()) break;
-    frames.emplace_back(adts.begin() + static_cast<long>(at) + 7, adts.begin() + static_cast<long>(at + length));
+  for (size_t at = 0, length = 0; at + 7 <= adts.size(); at += length) {
+    const auto* h = reinterpret_cast<const uint8_t*>(adts.data()) + at;
+    length = static_cast<size_t>(h[3] & 3) << 11 | static_cast<size_t>(h[4]) << 3 | h[5] >> 5;
+    if (h[0] != 0xFF || length <= 7 || at + length > adts.size()) break;
+    frames.emplace_back(h + 7, h + length);
   }
   return frames;
 }
@@ -116,17 +97,13 @@ class VideoDecodeTest : public ::testing::TestWithParam<VideoCase> {};
 
 TEST_P(VideoDecodeTest, OutputDecodesCleanlyWithEveryFrame) {
   const VideoCase& c = GetParam();
-  TempDir dir;
-  std::vector<VideoAccessUnit> units = EncodeVideo(dir, c.codec);
+  std::vector<VideoAccessUnit> units = EncodeVideo(c.codec);
   ASSERT_EQ(units.size(), static_cast<size_t>(kFrames));
   ASSERT_TRUE(units.front().keyFrame);
   const std::vector<Bytes> sets = ParameterSets(c.codec, &units, c.parameterSetsOnlyInSdp);
   ASSERT_EQ(sets.size(), c.codec == VideoCodec::kH265 ? 3u : 2u);
 
-  const std::string sdp =
-      SdpSessionHeader() + (c.codec == VideoCodec::kH265
-                                ? H265SdpMedia(96, sets[0], sets[1], sets[2])
-                                : H264SdpMedia(96, c.sdpWithoutParameterSets ? std::vector<Bytes>() : sets));
+  const std::string sdp = VideoSdp(c.codec, c.sdpWithoutParameterSets ? std::vector<Bytes>() : sets);
   OutputCollector collector;
   MUXC_HANDLE handle = StartSession(sdp, &collector);
   ASSERT_NE(handle, nullptr);
@@ -143,7 +120,7 @@ TEST_P(VideoDecodeTest, OutputDecodesCleanlyWithEveryFrame) {
   EXPECT_EQ(MUXC_Release(handle), 0);
   EXPECT_EQ(collector.headerUnits, 1);
   EXPECT_EQ(collector.payloadUnits, kFrames);
-  EXPECT_EQ(Probe(dir, collector.stream, "v"),
+  EXPECT_EQ(Probe(collector.stream, "v"),
             std::string(c.codec == VideoCodec::kH265 ? "hevc," : "h264,") + std::to_string(kFrames) + "\n");
 }
 
@@ -163,9 +140,8 @@ struct TimedPacket {
 };
 
 TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
-  TempDir dir;
-  std::vector<VideoAccessUnit> units = EncodeVideo(dir, VideoCodec::kH264);
-  const std::vector<Bytes> audio = EncodeAudio(dir);
+  std::vector<VideoAccessUnit> units = EncodeVideo(VideoCodec::kH264);
+  const std::vector<Bytes> audio = EncodeAudio();
   ASSERT_EQ(units.size(), static_cast<size_t>(kFrames));
   ASSERT_GT(audio.size(), 80u);
 
@@ -194,8 +170,10 @@ TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
   std::stable_sort(packets.begin(), packets.end(),
                    [](const TimedPacket& a, const TimedPacket& b) { return a.seconds < b.seconds; });
 
-  const std::string sdp = SdpSessionHeader() + H264SdpMedia(96, ParameterSets(VideoCodec::kH264, &units, false)) +
-                          AacSdpMedia(97, 48000, 1, "1188");
+  const std::string sdp = VideoSdp(VideoCodec::kH264, ParameterSets(VideoCodec::kH264, &units, false)) +
+                          "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/48000/1\r\na=fmtp:97 streamtype=5; "
+                          "profile-level-id=15; mode=AAC-hbr; config=1188; sizeLength=13; indexLength=3; "
+                          "indexDeltaLength=3\r\na=control:trackID=2\r\n";
   OutputCollector collector;
   MUXC_HANDLE handle = StartSession(sdp, &collector);
   ASSERT_NE(handle, nullptr);
@@ -205,9 +183,9 @@ TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
   }
   MUXC_Release(handle);  // without Stop: Release alone must be enough
 
-  EXPECT_EQ(Probe(dir, collector.stream, "v"), "h264," + std::to_string(kFrames - 25) + "\n");  // from the 2nd GOP
+  EXPECT_EQ(Probe(collector.stream, "v"), "h264," + std::to_string(kFrames - 25) + "\n");  // from the 2nd GOP
   // Audio sent together with the key frame may go either side of it; the rest all arrives.
-  const std::string audioProbe = Probe(dir, collector.stream, "a");
+  const std::string audioProbe = Probe(collector.stream, "a");
   const int audioFrames = audioProbe.starts_with("aac,") ? std::atoi(audioProbe.c_str() + 4) : -1;
   EXPECT_EQ(audioProbe, "aac," + std::to_string(audioFrames) + "\n");
   EXPECT_TRUE(audioFrames >= audioUnitsAfterJoin - 2 && audioFrames <= audioUnitsAfterJoin) << audioProbe;

@@ -76,7 +76,7 @@ VideoAccessUnit Picture(size_t size = 1500, uint8_t seed = 2) {
   return unit;
 }
 
-std::string H264Sdp() { return SdpSessionHeader() + H264SdpMedia(96, {kSps, kPps}); }
+std::string H264Sdp() { return VideoSdp(VideoCodec::kH264, {kSps, kPps}); }
 
 int32_t Feed(MUXC_HANDLE handle, const Bytes& packet) {
   return MUXC_InputData(handle, 0, packet.data(), static_cast<int32_t>(packet.size()));
@@ -116,7 +116,7 @@ class SessionTest : public ::testing::Test {
 
 TEST(ApiTest, RefusesBadArgumentsAndParameters) {
   const std::string sdp = H264Sdp();
-  const std::string onlyG711 = SdpSessionHeader() + "m=audio 0 RTP/AVP 0 8\r\na=control:trackID=1\r\n";
+  const std::string onlyG711 = "m=audio 0 RTP/AVP 0 8\r\na=control:trackID=1\r\n";
   const MUXC_CreateParam good{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
   const struct {
     int32_t version;

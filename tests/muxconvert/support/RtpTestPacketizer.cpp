@@ -141,43 +141,27 @@ std::string Base64(const Bytes& data) {
   static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string out;
   for (size_t i = 0; i < data.size(); i += 3) {
-    uint32_t chunk = static_cast<uint32_t>(data[i]) << 16;
-    if (i + 1 < data.size()) chunk |= static_cast<uint32_t>(data[i + 1]) << 8;
-    if (i + 2 < data.size()) chunk |= data[i + 2];
-    out += kAlphabet[(chunk >> 18) & 63];
-    out += kAlphabet[(chunk >> 12) & 63];
-    out += i + 1 < data.size() ? kAlphabet[(chunk >> 6) & 63] : '=';
-    out += i + 2 < data.size() ? kAlphabet[chunk & 63] : '=';
+    const uint32_t chunk =
+        data[i] << 16 | (i + 1 < data.size() ? data[i + 1] << 8 : 0) | (i + 2 < data.size() ? data[i + 2] : 0);
+    for (size_t k = 0; k < 4; ++k)
+      out += k < 2 || i + k - 1 < data.size() ? kAlphabet[(chunk >> (18 - 6 * k)) & 63] : '=';
   }
   return out;
 }
 
-std::string SdpSessionHeader() {
+std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets) {
+  std::string fmtp = codec == VideoCodec::kH265 ? "" : "packetization-mode=1";
+  if (codec == VideoCodec::kH265 && parameterSets.size() == 3) {
+    fmtp = "sprop-vps=" + Base64(parameterSets[0]) + "; sprop-sps=" + Base64(parameterSets[1]) +
+           "; sprop-pps=" + Base64(parameterSets[2]);
+  } else if (codec == VideoCodec::kH264 && !parameterSets.empty()) {
+    fmtp += "; sprop-parameter-sets=" + Base64(parameterSets[0]);
+    for (size_t i = 1; i < parameterSets.size(); ++i) fmtp += "," + Base64(parameterSets[i]);
+  }
   return "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Session streamed with test packetizer\r\nc=IN IP4 0.0.0.0\r\n"
-         "t=0 0\r\na=control:*\r\n";
-}
-
-std::string H264SdpMedia(uint8_t payloadType, const std::vector<Bytes>& parameterSets) {
-  const std::string pt = std::to_string(payloadType);
-  std::string sets;
-  for (const Bytes& set : parameterSets) sets += (sets.empty() ? "" : ",") + Base64(set);
-  return "m=video 0 RTP/AVP " + pt + "\r\na=rtpmap:" + pt + " H264/90000\r\na=fmtp:" + pt + " packetization-mode=1" +
-         (sets.empty() ? "" : "; sprop-parameter-sets=" + sets) + "\r\na=control:trackID=1\r\n";
-}
-
-std::string H265SdpMedia(uint8_t payloadType, const Bytes& vps, const Bytes& sps, const Bytes& pps) {
-  const std::string pt = std::to_string(payloadType);
-  return "m=video 0 RTP/AVP " + pt + "\r\na=rtpmap:" + pt + " H265/90000\r\na=fmtp:" + pt +
-         " sprop-vps=" + Base64(vps) + "; sprop-sps=" + Base64(sps) + "; sprop-pps=" + Base64(pps) +
+         "t=0 0\r\na=control:*\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 " +
+         std::string(codec == VideoCodec::kH265 ? "H265" : "H264") + "/90000\r\na=fmtp:96 " + fmtp +
          "\r\na=control:trackID=1\r\n";
-}
-
-std::string AacSdpMedia(uint8_t payloadType, uint32_t sampleRate, int channels, const std::string& configHex) {
-  const std::string pt = std::to_string(payloadType);
-  return "m=audio 0 RTP/AVP " + pt + "\r\na=rtpmap:" + pt + " mpeg4-generic/" + std::to_string(sampleRate) + "/" +
-         std::to_string(channels) + "\r\na=fmtp:" + pt +
-         " streamtype=5; profile-level-id=15; mode=AAC-hbr; config=" + configHex +
-         "; sizeLength=13; indexLength=3; indexDeltaLength=3\r\na=control:trackID=2\r\n";
 }
 
 }  // namespace netcam_test

@@ -67,12 +67,8 @@ class AacRtpPacketizer {
   uint16_t sequence_;
 };
 
-std::string Base64(const Bytes& data);
-
-// SDP texts as cameras send them (CRLF line ends, a=control per medium).
-std::string SdpSessionHeader();
-std::string H264SdpMedia(uint8_t payloadType, const std::vector<Bytes>& parameterSets);
-std::string H265SdpMedia(uint8_t payloadType, const Bytes& vps, const Bytes& sps, const Bytes& pps);
-std::string AacSdpMedia(uint8_t payloadType, uint32_t sampleRate, int channels, const std::string& configHex);
+// An SDP text as cameras send it (CRLF line ends, a=control) with one video medium, payload type 96,
+// carrying `parameterSets` (VPS, SPS, PPS for H.265) when there are any.
+std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets);
 
 }  // namespace netcam_test
