@@ -76,7 +76,12 @@ VideoAccessUnit Picture(size_t size = 1500, uint8_t seed = 2) {
   return unit;
 }
 
-std::string H264Sdp() { return VideoSdp(VideoCodec::kH264, {kSps, kPps}); }
+// H.264 video and AAC-hbr audio (48 kHz mono).
+std::string H264Sdp() {
+  return VideoSdp(VideoCodec::kH264, {kSps, kPps}) +
+         "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/48000/1\r\na=fmtp:97 mode=AAC-hbr; config=1188; "
+         "sizeLength=13; indexLength=3; indexDeltaLength=3\r\n";
+}
 
 int32_t Feed(MUXC_HANDLE handle, const Bytes& packet) {
   return MUXC_InputData(handle, 0, packet.data(), static_cast<int32_t>(packet.size()));
@@ -186,9 +191,8 @@ TEST_F(SessionTest, HeaderUnitDescribesTheStreams) {
   EXPECT_EQ(packets[1].startCode, 0xBB);
   ASSERT_EQ(packets[2].startCode, 0xBC);
   const Bytes& map = packets[2].body;
-  ASSERT_EQ(map.size(), 20u);  // one stream
-  EXPECT_EQ(map[12], 0x1B);
-  EXPECT_EQ(map[13], 0xE0);
+  ASSERT_EQ(map.size(), 24u);  // two streams: H.264 on 0xE0, AAC on 0xC0
+  EXPECT_EQ(Bytes(map.begin() + 12, map.begin() + 18), (Bytes{0x1B, 0xE0, 0, 0, 0x0F, 0xC0}));
   EXPECT_EQ(muxc::Crc32Mpeg2(map.data(), map.size()), 0u);  // data plus its CRC-32/MPEG-2 gives zero
 }
 
@@ -243,36 +247,49 @@ TEST_F(SessionTest, SequenceGapDropsOnlyTheBrokenUnits) {
   EXPECT_TRUE(std::equal(last.begin(), last.end(), video.begin() + 4));
 }
 
+// Every layer refuses what it cannot read: RTP header, H.264 payload formats, AAC-hbr AU headers.
 TEST_F(SessionTest, MalformedPacketsAreRefusedWithoutHarm) {
-  Bytes good = MakeRtpPacket(96, true, 100, 0, 7, KeyFrame().nalUnits[0].data(), KeyFrame().nalUnits[0].size());
-  Bytes shortPacket(good.begin(), good.begin() + 11);
-  Bytes badVersion = good;
-  badVersion[0] = 0x40;
-  Bytes longPadding(good.begin(), good.begin() + 14);
-  longPadding[0] |= 0x20;
-  longPadding.back() = 3;  // two payload bytes, three of padding claimed
-  Bytes zeroPadding = good;
-  zeroPadding[0] |= 0x20;
-  zeroPadding.back() = 0;
-  Bytes csrcBeyond(good.begin(), good.begin() + 20);
-  csrcBeyond[0] |= 0x0F;
-  Bytes extensionBeyond(good.begin(), good.begin() + 12);
-  extensionBeyond[0] |= 0x10;
-  extensionBeyond.insert(extensionBeyond.end(), {0xBE, 0xDE, 0x01, 0x00, 1, 2});
-  Bytes unknownType = good;
-  unknownType[1] = 0x80 | 100;
-  Bytes stapBeyond = MakeRtpPacket(96, true, 100, 0, 7, nullptr, 0);
-  stapBeyond.insert(stapBeyond.end(), {0x78, 0x10, 0x00, 0x65});
-  for (const Bytes* packet : {&shortPacket, &badVersion, &longPadding, &zeroPadding, &csrcBeyond, &extensionBeyond,
-                              &unknownType, &stapBeyond}) {
-    EXPECT_EQ(Feed(handle, *packet), kBadPacket) << packet->size();
-  }
+  uint16_t sequence = 100;  // audio first: the video sequence then runs on into the packet after the table
+  auto rtp = [&](uint8_t payloadType, const Bytes& payload) {
+    return MakeRtpPacket(payloadType, true, sequence++, 0, 7, payload.data(), payload.size());
+  };
+  Bytes sumOverrun = {0x00, 0x20, 0x00, 0x78, 0x00, 0x78};  // two AUs of 15 bytes each, 20 present
+  sumOverrun.resize(26);
+  Bytes sizeOverrun = {0x00, 0x20, 0x01, 0x90, 0x01, 0x90};  // 50 bytes each
+  sizeOverrun.resize(26);
+  const Bytes packets[] = {
+      {0x80, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0},                                   // shorter than a header
+      {0x40, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88},                    // version 1
+      {0xA0, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 3},                       // three bytes of padding in two
+      {0xA0, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88, 0},                 // zero padding length
+      {0x8F, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88, 0, 0, 0, 0},        // CSRCs beyond the packet
+      {0x90, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0xBE, 0xDE, 0x01, 0x00, 1, 2},  // extension beyond
+      {0x80, 0xE4, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88},                    // payload type 100: not in the SDP
+      rtp(97, {0x00}),                                                           // shorter than AU-headers-length
+      rtp(97, {0x00, 0x00, 0x01}),                                               // zero header bits
+      rtp(97, {0x00, 0x40, 0x00, 0x20}),                                         // 64 header bits, 2 present
+      rtp(97, {0x00, 0x0C, 0x00, 0x00}),                                         // 12 bits: a 16-bit header cut short
+      rtp(97, sizeOverrun),
+      rtp(97, sumOverrun),                      // each size fits, their sum does not (a fuzzer find)
+      rtp(96, {0x78, 0x10, 0x00, 0x65}),        // STAP-A size beyond the packet
+      rtp(96, {0x78, 0x00, 0x00, 0x67, 0x00}),  // STAP-A zero size
+      rtp(96, {0x7C, 0xC1, 0x00}),              // FU-A with start and end
+      rtp(96, {0x7C, 0x80}),                    // FU-A without data
+      rtp(96, {0x79, 0x00, 0x00}),              // STAP-B (interleaved mode)
+      rtp(96, {0x60}),                          // type 0
+  };
+  for (size_t i = 0; i < std::size(packets); ++i) EXPECT_EQ(Feed(handle, packets[i]), kBadPacket) << i;
   EXPECT_EQ(collector.payloadUnits, 0);
 
   // The same picture behind CSRCs, a header extension and padding is read correctly.
   const Bytes idr = KeyFrame().nalUnits[0];
-  Bytes dressed = {0xB2, 0xE0, 0x00, 0x65, 0, 0, 0x10, 0,    0,    0,    0, 7, 0, 0,
-                   0,    1,    0,    0,    0, 2, 0xBE, 0xDE, 0x00, 0x01, 9, 9, 9, 9};
+  Bytes dressed = {0xB2, 0xE0, 0x00, static_cast<uint8_t>(sequence),
+                   0,    0,    0x10, 0,
+                   0,    0,    0,    7,
+                   0,    0,    0,    1,
+                   0,    0,    0,    2,
+                   0xBE, 0xDE, 0x00, 0x01,
+                   9,    9,    9,    9};
   dressed.insert(dressed.end(), idr.begin(), idr.end());
   dressed.insert(dressed.end(), {0, 0, 3});
   ASSERT_EQ(Feed(handle, dressed), kOk);
