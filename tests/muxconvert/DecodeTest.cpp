@@ -82,16 +82,19 @@ std::vector<Bytes> ParameterSets(VideoCodec codec, std::vector<VideoAccessUnit>*
   return sets;
 }
 
+enum CaseFlags : unsigned {
+  kAggregate = 1,         // STAP-A / AP for runs of small NAL units
+  kSetsOnlyInSdp = 2,     // stream without SPS/PPS: the repackager must insert them
+  kSetsOnlyInStream = 4,  // SDP without sprop-parameter-sets
+  kDonFields = 8,         // H.265 DONL/DOND fields
+};
+
 struct VideoCase {
   const char* name;
   VideoCodec codec;
   size_t maxPayload;
-  bool aggregate;
-  bool parameterSetsOnlyInSdp;  // stream without SPS/PPS: the repackager must insert them
-  bool sdpWithoutParameterSets;
+  unsigned flags;
 };
-
-void PrintTo(const VideoCase& c, std::ostream* os) { *os << c.name; }
 
 class VideoDecodeTest : public ::testing::TestWithParam<VideoCase> {};
 
@@ -100,16 +103,18 @@ TEST_P(VideoDecodeTest, OutputDecodesCleanlyWithEveryFrame) {
   std::vector<VideoAccessUnit> units = EncodeVideo(c.codec);
   ASSERT_EQ(units.size(), static_cast<size_t>(kFrames));
   ASSERT_TRUE(units.front().keyFrame);
-  const std::vector<Bytes> sets = ParameterSets(c.codec, &units, c.parameterSetsOnlyInSdp);
+  const std::vector<Bytes> sets = ParameterSets(c.codec, &units, c.flags & kSetsOnlyInSdp);
   ASSERT_EQ(sets.size(), c.codec == VideoCodec::kH265 ? 3u : 2u);
 
-  const std::string sdp = VideoSdp(c.codec, c.sdpWithoutParameterSets ? std::vector<Bytes>() : sets);
+  const std::string sdp =
+      VideoSdp(c.codec, c.flags & kSetsOnlyInStream ? std::vector<Bytes>() : sets, c.flags & kDonFields);
   OutputCollector collector;
   MUXC_HANDLE handle = StartSession(sdp, &collector);
   ASSERT_NE(handle, nullptr);
   RtpStreamOptions options;
   options.maxPayload = c.maxPayload;
-  options.aggregate = c.aggregate;
+  options.aggregate = c.flags & kAggregate;
+  options.donFields = c.flags & kDonFields;
   VideoRtpPacketizer packetizer(c.codec, options);
   for (size_t i = 0; i < units.size(); ++i) {
     for (const Bytes& packet : packetizer.Packetize(units[i], static_cast<uint32_t>(i) * kTicksPerFrame)) {
@@ -126,12 +131,13 @@ TEST_P(VideoDecodeTest, OutputDecodesCleanlyWithEveryFrame) {
 
 INSTANTIATE_TEST_SUITE_P(
     Packetizations, VideoDecodeTest,
-    ::testing::Values(VideoCase{"H264SingleAndFuA", VideoCodec::kH264, 1400, false, false, false},
-                      VideoCase{"H264SmallFragments", VideoCodec::kH264, 200, true, false, false},
-                      VideoCase{"H264SetsOnlyInSdp", VideoCodec::kH264, 1400, true, true, false},
-                      VideoCase{"H264SetsOnlyInStream", VideoCodec::kH264, 1400, true, false, true},
-                      VideoCase{"H265ApAndFu", VideoCodec::kH265, 1400, true, false, false},
-                      VideoCase{"H265SetsOnlyInSdp", VideoCodec::kH265, 600, false, true, false}),
+    ::testing::Values(VideoCase{"H264SingleAndFuA", VideoCodec::kH264, 1400, 0},
+                      VideoCase{"H264SmallFragments", VideoCodec::kH264, 200, kAggregate},
+                      VideoCase{"H264SetsOnlyInSdp", VideoCodec::kH264, 1400, kAggregate | kSetsOnlyInSdp},
+                      VideoCase{"H264SetsOnlyInStream", VideoCodec::kH264, 1400, kAggregate | kSetsOnlyInStream},
+                      VideoCase{"H265ApAndFu", VideoCodec::kH265, 1400, kAggregate},
+                      VideoCase{"H265SetsOnlyInSdp", VideoCodec::kH265, 600, kSetsOnlyInSdp},
+                      VideoCase{"H265DonFields", VideoCodec::kH265, 1000, kAggregate | kDonFields}),
     [](const ::testing::TestParamInfo<VideoCase>& param) { return std::string(param.param.name); });
 
 struct TimedPacket {

@@ -1,12 +1,10 @@
-// Depacketizer paths the ffmpeg-decoded packetizations cannot reach: H.265
-// DON fields and refusals, AAC fragments around a loss.
+// The AAC depacketizer path the decoded sessions cannot reach: units
+// fragmented over several packets, and a loss in the middle of one.
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "AacDepacketizer.h"
-#include "PesAssembler.h"
-#include "VideoDepacketizer.h"
 
 namespace muxc {
 namespace {
@@ -37,42 +35,6 @@ Bytes AacPayload(const std::vector<Bytes>& units, size_t declaredSize = 0) {
   }
   for (const Bytes& u : units) p.insert(p.end(), u.begin(), u.end());
   return p;
-}
-
-TEST(DepacketizerTest, H265ApAndFuWithDonFields) {
-  const Bytes vps = Nal({0x40, 0x01}, 20, 1), sps = Nal({0x42, 0x01}, 30, 2), idr = Nal({0x26, 0x01}, 2500, 3);
-  VideoDepacketizer video(Codec::kH265, /*donFields=*/true);
-  PesAssembler assembler;
-  assembler.Begin(0, true);
-  video.BeginAccessUnit();
-  const char* reason = "";
-  Bytes ap = {0x60, 0x01, 0x00, 0x07, 0x00, static_cast<uint8_t>(vps.size())};  // AP header, DONL, size
-  ap.insert(ap.end(), vps.begin(), vps.end());
-  ap.insert(ap.end(), {0x01, 0x00, static_cast<uint8_t>(sps.size())});  // DOND, size
-  ap.insert(ap.end(), sps.begin(), sps.end());
-  ASSERT_EQ(video.Push(ap.data(), ap.size(), assembler, &reason), DepacketizeResult::kOk);
-  for (size_t offset = 2; offset < idr.size(); offset += 1000) {
-    const size_t size = std::min<size_t>(1000, idr.size() - offset);
-    Bytes fu = {static_cast<uint8_t>(49 << 1), 0x01,
-                static_cast<uint8_t>((offset == 2 ? 0x80 : 0) | (offset + size == idr.size() ? 0x40 : 0) | 19)};
-    if (offset == 2) fu.insert(fu.end(), {0x00, 0x08});  // DONL only in the first fragment
-    fu.insert(fu.end(), idr.begin() + static_cast<long>(offset), idr.begin() + static_cast<long>(offset + size));
-    ASSERT_EQ(video.Push(fu.data(), fu.size(), assembler, &reason), DepacketizeResult::kOk);
-  }
-  Bytes expected;
-  for (const Bytes* nal : {&vps, &sps, &idr}) {
-    expected.insert(expected.end(), {0, 0, 0, 1});
-    expected.insert(expected.end(), nal->begin(), nal->end());
-  }
-  EXPECT_EQ(Bytes(assembler.payloadStart(), assembler.payloadStart() + assembler.payloadSize()), expected);
-  EXPECT_TRUE(video.flags().keyFrame);
-  EXPECT_FALSE(video.parameterSets().CarriedBy(video.flags()));  // no PPS in this unit
-
-  const Bytes malformed[] = {{0x26, 0x00, 0xAA}, {0x64, 0x01, 0xAA}, {0x60, 0x01, 0x00, 0x01, 0x40}};  // TID 0,
-  for (const Bytes& payload : malformed) {  // PACI, AP unit shorter than a header
-    VideoDepacketizer fresh(Codec::kH265, false);
-    EXPECT_EQ(fresh.Push(payload.data(), payload.size(), assembler, &reason), DepacketizeResult::kMalformed);
-  }
 }
 
 TEST(DepacketizerTest, AacFragmentsJoinAndALossDropsOnlyTheBrokenUnit) {

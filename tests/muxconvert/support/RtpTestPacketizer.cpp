@@ -56,73 +56,65 @@ Bytes MakeRtpPacket(uint8_t payloadType, bool marker, uint16_t sequence, uint32_
   return packet;
 }
 
-void VideoRtpPacketizer::AddPacket(std::vector<Bytes>& out, const Bytes& payload, uint32_t timestamp) {
-  out.push_back(MakeRtpPacket(options_.payloadType, false, sequence_++, timestamp, options_.ssrc, payload.data(),
-                              payload.size()));
-}
-
-void VideoRtpPacketizer::Fragment(std::vector<Bytes>& out, const Bytes& nal, uint32_t timestamp) {
-  const size_t headerSize = codec_ == VideoCodec::kH265 ? 2 : 1;
-  const size_t fuOverhead = headerSize + 1;
-  const size_t chunkSize = options_.maxPayload - fuOverhead;
-  const int type = NalType(codec_, nal);
-  for (size_t offset = headerSize; offset < nal.size(); offset += chunkSize) {
-    const size_t size = std::min(chunkSize, nal.size() - offset);
-    Bytes payload;
-    uint8_t fuHeader = static_cast<uint8_t>(type);
-    if (offset == headerSize) fuHeader |= 0x80;
-    if (offset + size == nal.size()) fuHeader |= 0x40;
-    if (codec_ == VideoCodec::kH265) {
-      payload = {static_cast<uint8_t>((nal[0] & 0x81) | (49 << 1)), nal[1], fuHeader};
-    } else {
-      payload = {static_cast<uint8_t>((nal[0] & 0xE0) | 28), fuHeader};
-    }
-    payload.insert(payload.end(), nal.begin() + static_cast<long>(offset),
-                   nal.begin() + static_cast<long>(offset + size));
-    AddPacket(out, payload, timestamp);
-  }
-}
-
 std::vector<Bytes> VideoRtpPacketizer::Packetize(const VideoAccessUnit& unit, uint32_t ticks) {
-  const uint32_t timestamp = options_.firstTimestamp + ticks;
-  const size_t aggregateHeader = codec_ == VideoCodec::kH265 ? 2 : 1;
-  std::vector<Bytes> out;
+  const bool h265 = codec_ == VideoCodec::kH265;
+  const size_t headerSize = h265 ? 2 : 1, donSize = options_.donFields ? 2 : 0;
+  auto pushDon = [&](Bytes& payload, size_t size) {  // DONL (2 bytes) or DOND (1 byte, consecutive: 0)
+    if (size == 2) payload.insert(payload.end(), {static_cast<uint8_t>(don_ >> 8), static_cast<uint8_t>(don_)});
+    if (size == 1) payload.push_back(0);
+  };
+  std::vector<Bytes> payloads;
   const auto& nals = unit.nalUnits;
   for (size_t i = 0; i < nals.size();) {
     const Bytes& nal = nals[i];
-    if (nal.size() > options_.maxPayload) {
-      Fragment(out, nal, timestamp);
-      ++i;
-      continue;
-    }
-    // Gather a run of NAL units that fit one aggregation packet.
-    size_t end = i, size = aggregateHeader;
+    // A run of small NAL units that fit one aggregation packet (STAP-A / AP).
+    size_t end = i, size = headerSize + donSize;
     while (options_.aggregate && end < nals.size() && size + 2 + nals[end].size() <= options_.maxPayload) {
-      size += 2 + nals[end].size();
-      ++end;
-    }
-    if (end - i < 2) {
-      AddPacket(out, nal, timestamp);
-      ++i;
-      continue;
+      size += 2 + nals[end++].size() + (donSize ? 1 : 0);
     }
     Bytes payload;
-    if (codec_ == VideoCodec::kH265) {
-      payload = {static_cast<uint8_t>(48 << 1), 1};  // AP, layer 0, TID 1
-    } else {
+    if (end - i >= 2) {
       uint8_t nri = 0;
       for (size_t k = i; k < end; ++k) nri = std::max<uint8_t>(nri, nals[k][0] & 0x60);
-      payload = {static_cast<uint8_t>(nri | 24)};
+      payload = h265 ? Bytes{48 << 1, 1} : Bytes{static_cast<uint8_t>(nri | 24)};  // AP: layer 0, TID 1
+      for (size_t k = i; k < end; ++k, ++don_) {
+        pushDon(payload, k == i ? donSize : donSize / 2);
+        payload.insert(payload.end(),
+                       {static_cast<uint8_t>(nals[k].size() >> 8), static_cast<uint8_t>(nals[k].size())});
+        payload.insert(payload.end(), nals[k].begin(), nals[k].end());
+      }
+      payloads.push_back(payload);
+      i = end;
+      continue;
     }
-    for (size_t k = i; k < end; ++k) {
-      payload.push_back(static_cast<uint8_t>(nals[k].size() >> 8));
-      payload.push_back(static_cast<uint8_t>(nals[k].size()));
-      payload.insert(payload.end(), nals[k].begin(), nals[k].end());
+    if (nal.size() + donSize <= options_.maxPayload) {
+      payload.assign(nal.begin(), nal.begin() + static_cast<long>(headerSize));
+      pushDon(payload, donSize);
+      payloads.push_back(payload);
+      payloads.back().insert(payloads.back().end(), nal.begin() + static_cast<long>(headerSize), nal.end());
     }
-    AddPacket(out, payload, timestamp);
-    i = end;
+    // FU-A / FU: the NAL header's type moves into the FU header, with start and end flags.
+    const uint8_t type = static_cast<uint8_t>(h265 ? (nal[0] >> 1) & 0x3F : nal[0] & 0x1F);
+    const size_t chunk = options_.maxPayload - headerSize - 1 - donSize;
+    for (size_t offset = headerSize; payload.empty() && offset < nal.size(); offset += chunk) {
+      const size_t n = std::min(chunk, nal.size() - offset);
+      const uint8_t fu = type | (offset == headerSize ? 0x80 : 0) | (offset + n == nal.size() ? 0x40 : 0);
+      Bytes fragment = h265 ? Bytes{static_cast<uint8_t>((nal[0] & 0x81) | (49 << 1)), nal[1], fu}
+                            : Bytes{static_cast<uint8_t>((nal[0] & 0xE0) | 28), fu};
+      if (offset == headerSize) pushDon(fragment, donSize);
+      fragment.insert(fragment.end(), nal.begin() + static_cast<long>(offset),
+                      nal.begin() + static_cast<long>(offset + n));
+      payloads.push_back(fragment);
+    }
+    ++don_;
+    ++i;
   }
-  if (!out.empty()) out.back()[1] |= 0x80;
+  std::vector<Bytes> out;
+  for (size_t k = 0; k < payloads.size(); ++k) {
+    out.push_back(MakeRtpPacket(options_.payloadType, k + 1 == payloads.size(), sequence_++,
+                                options_.firstTimestamp + ticks, options_.ssrc, payloads[k].data(),
+                                payloads[k].size()));
+  }
   return out;
 }
 
@@ -149,11 +141,11 @@ std::string Base64(const Bytes& data) {
   return out;
 }
 
-std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets) {
-  std::string fmtp = codec == VideoCodec::kH265 ? "" : "packetization-mode=1";
+std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets, bool donFields) {
+  std::string fmtp = codec == VideoCodec::kH265 ? (donFields ? "sprop-max-don-diff=1; " : "") : "packetization-mode=1";
   if (codec == VideoCodec::kH265 && parameterSets.size() == 3) {
-    fmtp = "sprop-vps=" + Base64(parameterSets[0]) + "; sprop-sps=" + Base64(parameterSets[1]) +
-           "; sprop-pps=" + Base64(parameterSets[2]);
+    fmtp += "sprop-vps=" + Base64(parameterSets[0]) + "; sprop-sps=" + Base64(parameterSets[1]) +
+            "; sprop-pps=" + Base64(parameterSets[2]);
   } else if (codec == VideoCodec::kH264 && !parameterSets.empty()) {
     fmtp += "; sprop-parameter-sets=" + Base64(parameterSets[0]);
     for (size_t i = 1; i < parameterSets.size(); ++i) fmtp += "," + Base64(parameterSets[i]);

@@ -1,6 +1,6 @@
 // RtpTestPacketizer.h - turns elementary streams made by ffmpeg into the RTP
 // packets and SDP a camera would send: H.264 (RFC 6184 single NAL, STAP-A,
-// FU-A), H.265 (RFC 7798 single, AP, FU) and AAC (RFC 3640 AAC-hbr, whole units).
+// FU-A), H.265 (RFC 7798 single, AP, FU, with or without DON) and AAC (RFC 3640 AAC-hbr, whole units).
 // Test-side only; deliberately independent of the code under test.
 #pragma once
 
@@ -22,6 +22,7 @@ struct RtpStreamOptions {
   uint32_t firstTimestamp = 0xFFFF0000;  // wraps soon: exercises 32-bit wrap
   size_t maxPayload = 1400;              // RTP payload bytes per packet
   bool aggregate = true;                 // STAP-A / AP for runs of small NAL units
+  bool donFields = false;                // H.265: DONL/DOND in every NAL unit (sprop-max-don-diff > 0)
 };
 
 struct VideoAccessUnit {
@@ -48,12 +49,10 @@ class VideoRtpPacketizer {
   std::vector<Bytes> Packetize(const VideoAccessUnit& unit, uint32_t ticks);
 
  private:
-  void AddPacket(std::vector<Bytes>& out, const Bytes& payload, uint32_t timestamp);
-  void Fragment(std::vector<Bytes>& out, const Bytes& nal, uint32_t timestamp);
-
   VideoCodec codec_;
   RtpStreamOptions options_;
   uint16_t sequence_;
+  uint16_t don_ = 0;  // H.265 decoding order number of the next NAL unit
 };
 
 class AacRtpPacketizer {
@@ -69,6 +68,6 @@ class AacRtpPacketizer {
 
 // An SDP text as cameras send it (CRLF line ends, a=control) with one video medium, payload type 96,
 // carrying `parameterSets` (VPS, SPS, PPS for H.265) when there are any.
-std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets);
+std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets, bool donFields = false);
 
 }  // namespace netcam_test
