@@ -7,6 +7,7 @@ void OutputCollector::OnUnit(const MUXC_OutputUnit* unit, void* user) {
   (unit->type == MUXC_UNIT_HEADER ? self->headerUnits : self->payloadUnits)++;
   self->stream.insert(self->stream.end(), unit->data, unit->data + unit->length);
   if (self->keepUnits) self->units.emplace_back(unit->data, unit->data + unit->length);
+  if (unit->type == MUXC_UNIT_PAYLOAD && self->onPayload) self->onPayload();
 }
 
 MUXC_HANDLE StartSession(const std::string& sdp, OutputCollector* collector) {
@@ -21,38 +22,25 @@ MUXC_HANDLE StartSession(const std::string& sdp, OutputCollector* collector) {
 std::vector<PsPacket> ReadProgramStream(const Bytes& s, bool* ok) {
   std::vector<PsPacket> packets;
   *ok = false;
-  size_t i = 0;
   auto ts = [&](size_t at) {
     return (static_cast<uint64_t>(s[at] & 0x0E) << 29) | (static_cast<uint64_t>(s[at + 1]) << 22) |
            (static_cast<uint64_t>(s[at + 2] & 0xFE) << 14) | (static_cast<uint64_t>(s[at + 3]) << 7) | (s[at + 4] >> 1);
   };
-  while (i < s.size()) {
+  for (size_t i = 0, end = 0; i < s.size(); i = end) {
     if (i + 6 > s.size() || s[i] != 0 || s[i + 1] != 0 || s[i + 2] != 1) return packets;
-    PsPacket packet;
-    packet.startCode = s[i + 3];
-    size_t end;
-    if (packet.startCode == 0xBA) {
-      if (i + 14 > s.size() || (s[i + 4] & 0xC0) != 0x40) return packets;
-      end = i + 14 + (s[i + 13] & 7);
-      if (end > s.size()) return packets;
-      packet.body.assign(s.begin() + static_cast<long>(i), s.begin() + static_cast<long>(end));
-    } else {
-      end = i + 6 + (static_cast<size_t>(s[i + 4]) << 8 | s[i + 5]);
-      if (end > s.size()) return packets;
-      if (packet.startCode == 0xE0 || packet.startCode == 0xC0) {
-        const size_t headerEnd = i + 9 + s[i + 8];
-        if (headerEnd > end) return packets;
-        packet.hasPts = (s[i + 7] & 0x80) != 0;
-        packet.hasDts = (s[i + 7] & 0x40) != 0;
-        if (packet.hasPts) packet.pts = ts(i + 9);
-        if (packet.hasDts) packet.dts = ts(i + 14);
-        packet.body.assign(s.begin() + static_cast<long>(headerEnd), s.begin() + static_cast<long>(end));
-      } else {
-        packet.body.assign(s.begin() + static_cast<long>(i), s.begin() + static_cast<long>(end));
-      }
+    PsPacket p{s[i + 3]};
+    const bool pack = p.startCode == 0xBA, pes = p.startCode == 0xE0 || p.startCode == 0xC0;
+    if (pack && (i + 14 > s.size() || (s[i + 4] & 0xC0) != 0x40)) return packets;  // MPEG-2 pack header
+    end = pack ? i + 14 + (s[i + 13] & 7) : i + 6 + (static_cast<size_t>(s[i + 4]) << 8 | s[i + 5]);
+    if (end > s.size() || (pes && (end < i + 9 || i + 9 + s[i + 8] > end))) return packets;
+    if (pes) {
+      p.hasPts = (s[i + 7] & 0x80) != 0;
+      p.hasDts = (s[i + 7] & 0x40) != 0;
+      p.pts = p.hasPts ? ts(i + 9) : 0;
+      p.dts = p.hasDts ? ts(i + 14) : 0;
     }
-    packets.push_back(std::move(packet));
-    i = end;
+    p.body.assign(s.begin() + static_cast<long>(pes ? i + 9 + s[i + 8] : i), s.begin() + static_cast<long>(end));
+    packets.push_back(std::move(p));
   }
   *ok = true;
   return packets;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ struct OutputCollector {
   int payloadUnits = 0;
   std::vector<Bytes> units;
   bool keepUnits = false;
+  std::function<void()> onPayload;  // called after each payload unit is collected
   static void OnUnit(const MUXC_OutputUnit* unit, void* user);
 };
 
