@@ -159,19 +159,23 @@ TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
       packets.push_back({i / 25.0, std::move(p)});
     }
   }
-  RtpStreamOptions audioOptions;
-  audioOptions.payloadType = 97;
-  audioOptions.ssrc = 0x55AA55AA;
-  audioOptions.firstTimestamp = 12345;
-  AacRtpPacketizer aac(audioOptions);
-  int audioUnitsAfterJoin = 0;
+  // Units go two to a packet, except every third second, where each goes alone in fragments; the first
+  // fragment of one unit there is lost, so that unit goes and the ones after it come through.
+  AacRtpPacketizer aac({97, 0x55AA55AA, 1, 12345, /*maxPayload=*/100, false});
+  int audioUnitsAfterJoin = -1;  // the lost one
   const double joinSeconds = 10 / 25.0, keyFrameSeconds = 25 / 25.0;
-  for (size_t i = 0; i < audio.size(); i += 2) {  // two units per packet
-    const std::vector<Bytes> pair(audio.begin() + static_cast<long>(i),
-                                  audio.begin() + static_cast<long>(std::min(i + 2, audio.size())));
+  for (size_t i = 0; i < audio.size(); i += 2) {
     const double seconds = i * 1024.0 / 48000;
-    if (seconds >= keyFrameSeconds) audioUnitsAfterJoin += static_cast<int>(pair.size());
-    packets.push_back({seconds, aac.Packetize(pair, static_cast<uint32_t>(i * 1024))});
+    const bool fragmented = static_cast<int>(seconds) % 3 == 1;
+    for (size_t k = i; k < std::min(i + 2, audio.size()); k += fragmented ? 1 : 2) {
+      const std::vector<Bytes> group(
+          audio.begin() + static_cast<long>(k),
+          audio.begin() + static_cast<long>(std::min(k + (fragmented ? 1 : 2), audio.size())));
+      std::vector<Bytes> sent = aac.Packetize(group, static_cast<uint32_t>(k * 1024));
+      if (k == 60) sent.erase(sent.begin());
+      if (seconds >= keyFrameSeconds) audioUnitsAfterJoin += static_cast<int>(group.size());
+      for (Bytes& p : sent) packets.push_back({seconds, std::move(p)});
+    }
   }
   std::stable_sort(packets.begin(), packets.end(),
                    [](const TimedPacket& a, const TimedPacket& b) { return a.seconds < b.seconds; });

@@ -118,15 +118,26 @@ std::vector<Bytes> VideoRtpPacketizer::Packetize(const VideoAccessUnit& unit, ui
   return out;
 }
 
-Bytes AacRtpPacketizer::Packetize(const std::vector<Bytes>& units, uint32_t firstUnitTicks) {
+std::vector<Bytes> AacRtpPacketizer::Packetize(const std::vector<Bytes>& units, uint32_t firstUnitTicks) {
   Bytes payload = {0, static_cast<uint8_t>(16 * units.size())};
   for (const Bytes& unit : units) {  // 13-bit size, 3-bit index (delta) 0
     payload.push_back(static_cast<uint8_t>(unit.size() >> 5));
     payload.push_back(static_cast<uint8_t>((unit.size() & 0x1F) << 3));
   }
   for (const Bytes& unit : units) payload.insert(payload.end(), unit.begin(), unit.end());
-  return MakeRtpPacket(options_.payloadType, true, sequence_++, options_.firstTimestamp + firstUnitTicks, options_.ssrc,
-                       payload.data(), payload.size());
+  const size_t step =
+      units.size() == 1 && payload.size() > options_.maxPayload ? options_.maxPayload - 4 : payload.size();
+  std::vector<Bytes> out;
+  for (size_t offset = 4; offset < payload.size(); offset += step) {  // fragments repeat the unit's AU header
+    Bytes fragment(payload.begin(), payload.begin() + 4);
+    const size_t end = std::min(payload.size(), offset + step);
+    fragment.insert(fragment.end(), payload.begin() + static_cast<long>(offset),
+                    payload.begin() + static_cast<long>(end));
+    out.push_back(MakeRtpPacket(options_.payloadType, end == payload.size(), sequence_++,
+                                options_.firstTimestamp + firstUnitTicks, options_.ssrc, fragment.data(),
+                                fragment.size()));
+  }
+  return out;
 }
 
 std::string Base64(const Bytes& data) {

@@ -1,6 +1,6 @@
 // RtpTestPacketizer.h - turns elementary streams made by ffmpeg into the RTP
 // packets and SDP a camera would send: H.264 (RFC 6184 single NAL, STAP-A,
-// FU-A), H.265 (RFC 7798 single, AP, FU, with or without DON) and AAC (RFC 3640 AAC-hbr, whole units).
+// FU-A), H.265 (RFC 7798 single, AP, FU, with or without DON) and AAC (RFC 3640 AAC-hbr).
 // Test-side only; deliberately independent of the code under test.
 #pragma once
 
@@ -58,8 +58,9 @@ class VideoRtpPacketizer {
 class AacRtpPacketizer {
  public:
   explicit AacRtpPacketizer(RtpStreamOptions options) : options_(options) { sequence_ = options.firstSequence; }
-  // One packet of `units` (AAC-hbr, marker set); `firstUnitTicks` is in samples of the audio clock.
-  Bytes Packetize(const std::vector<Bytes>& units, uint32_t firstUnitTicks);
+  // One packet of `units` (AAC-hbr, marker set), or fragments of a single unit larger than the payload
+  // limit (marker on the last). `firstUnitTicks` is in samples of the audio clock.
+  std::vector<Bytes> Packetize(const std::vector<Bytes>& units, uint32_t firstUnitTicks);
 
  private:
   RtpStreamOptions options_;
