@@ -140,11 +140,6 @@ INSTANTIATE_TEST_SUITE_P(
                       VideoCase{"H265DonFields", VideoCodec::kH265, 1000, kAggregate | kDonFields}),
     [](const ::testing::TestParamInfo<VideoCase>& param) { return std::string(param.param.name); });
 
-struct TimedPacket {
-  double seconds;
-  Bytes packet;
-};
-
 TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
   std::vector<VideoAccessUnit> units = EncodeVideo(VideoCodec::kH264);
   const std::vector<Bytes> audio = EncodeAudio();
@@ -152,7 +147,7 @@ TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
   ASSERT_GT(audio.size(), 80u);
 
   // Interleave by send time as a camera would; join in the middle of the first GOP.
-  std::vector<TimedPacket> packets;
+  std::vector<std::pair<double, Bytes>> packets;  // send time, packet
   VideoRtpPacketizer video(VideoCodec::kH264, RtpStreamOptions());
   for (size_t i = 0; i < units.size(); ++i) {
     for (Bytes& p : video.Packetize(units[i], static_cast<uint32_t>(i) * kTicksPerFrame)) {
@@ -177,8 +172,7 @@ TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
       for (Bytes& p : sent) packets.push_back({seconds, std::move(p)});
     }
   }
-  std::stable_sort(packets.begin(), packets.end(),
-                   [](const TimedPacket& a, const TimedPacket& b) { return a.seconds < b.seconds; });
+  std::stable_sort(packets.begin(), packets.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
 
   const std::string sdp = VideoSdp(VideoCodec::kH264, ParameterSets(VideoCodec::kH264, &units, false)) +
                           "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/48000/1\r\na=fmtp:97 streamtype=5; "
@@ -187,9 +181,9 @@ TEST(AudioVideoDecodeTest, H264WithAacDecodesAndJoinsAtTheNextKeyFrame) {
   OutputCollector collector;
   MUXC_HANDLE handle = StartSession(sdp, &collector);
   ASSERT_NE(handle, nullptr);
-  for (const TimedPacket& p : packets) {
-    if (p.seconds < joinSeconds) continue;
-    ASSERT_EQ(MUXC_InputData(handle, 0, p.packet.data(), static_cast<int32_t>(p.packet.size())), 0);
+  for (const auto& [seconds, packet] : packets) {
+    if (seconds < joinSeconds) continue;
+    ASSERT_EQ(MUXC_InputData(handle, 0, packet.data(), static_cast<int32_t>(packet.size())), 0);
   }
   MUXC_Release(handle);  // without Stop: Release alone must be enough
 

@@ -181,9 +181,7 @@ TEST_F(SessionTest, HeaderUnitDescribesTheStreams) {
   EXPECT_LT(header.size(), 256u);
   auto packets = Parse(header);
   ASSERT_EQ(packets.size(), 3u);
-  EXPECT_EQ(packets[0].startCode, 0xBA);
-  EXPECT_EQ(packets[1].startCode, 0xBB);
-  ASSERT_EQ(packets[2].startCode, 0xBC);
+  for (int k = 0; k < 3; ++k) ASSERT_EQ(packets[k].startCode, 0xBA + k);  // pack, system header, map
   const Bytes& map = packets[2].body;
   ASSERT_EQ(map.size(), 24u);  // two streams: H.264 on 0xE0, AAC on 0xC0
   EXPECT_EQ(Bytes(map.begin() + 12, map.begin() + 18), (Bytes{0x1B, 0xE0, 0, 0, 0x0F, 0xC0}));
@@ -198,9 +196,7 @@ TEST_F(SessionTest, StartsAtTheFirstKeyFrameWithParameterSetsInFront) {
   ASSERT_EQ(collector.payloadUnits, 2);
   auto first = Parse(collector.units[1]);
   ASSERT_GE(first.size(), 5u);
-  EXPECT_EQ(first[0].startCode, 0xBA);
-  EXPECT_EQ(first[1].startCode, 0xBB);
-  EXPECT_EQ(first[2].startCode, 0xBC);
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(first[k].startCode, 0xBA + k);  // pack, system header, map
   Bytes expected;
   for (const Bytes& nal : {kSps, kPps, KeyFrame().nalUnits[0]}) {
     expected.insert(expected.end(), {0, 0, 0, 1});
@@ -277,13 +273,9 @@ TEST_F(SessionTest, MalformedPacketsAreRefusedWithoutHarm) {
 
   // The same picture behind CSRCs, a header extension and padding is read correctly.
   const Bytes idr = KeyFrame().nalUnits[0];
-  Bytes dressed = {0xB2, 0xE0, 0x00, static_cast<uint8_t>(sequence),
-                   0,    0,    0x10, 0,
-                   0,    0,    0,    7,
-                   0,    0,    0,    1,
-                   0,    0,    0,    2,
-                   0xBE, 0xDE, 0x00, 0x01,
-                   9,    9,    9,    9};
+  Bytes dressed = MakeRtpPacket(96, true, sequence, 0x100000, 7, nullptr, 0);
+  dressed[0] = 0xB2;  // padding, extension, two CSRCs
+  dressed.insert(dressed.end(), {0, 0, 0, 1, 0, 0, 0, 2, 0xBE, 0xDE, 0x00, 0x01, 9, 9, 9, 9});
   dressed.insert(dressed.end(), idr.begin(), idr.end());
   dressed.insert(dressed.end(), {0, 0, 3});
   ASSERT_EQ(Feed(handle, dressed), kOk);

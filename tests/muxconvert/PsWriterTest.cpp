@@ -43,18 +43,14 @@ TEST_P(PesSplitTest, SplitsBelowSixtyFourKibAndKeepsEveryByte) {
   std::vector<uint8_t> joined;
   for (size_t i = 1; i < packets.size(); ++i) {
     EXPECT_EQ(packets[i].startCode, kVideoStreamId);
-    EXPECT_EQ(packets[i].hasPts, i == 1) << "only the first PES is timed";
-    EXPECT_EQ(packets[i].hasDts, i == 1);
+    EXPECT_TRUE(packets[i].hasPts == (i == 1) && packets[i].hasDts == (i == 1)) << "only the first PES is timed";
     joined.insert(joined.end(), packets[i].body.begin(), packets[i].body.end());
   }
-  EXPECT_EQ(packets[1].pts, 123456u);
-  EXPECT_EQ(packets[1].dts, 123456u);
+  EXPECT_TRUE(packets[1].pts == 123456u && packets[1].dts == 123456u);
   EXPECT_EQ(joined, payload);
-  const size_t firstLimit = assembler.firstPesPayloadLimit();
-  const size_t expectedPes = size <= firstLimit ? 1
-                                                : 1 + (size - firstLimit + PesAssembler::kNextPesPayloadLimit - 1) /
-                                                          PesAssembler::kNextPesPayloadLimit;
-  EXPECT_EQ(packets.size() - 1, expectedPes);
+  const size_t beyondFirst = size - std::min(size, assembler.firstPesPayloadLimit()),
+               next = PesAssembler::kNextPesPayloadLimit;
+  EXPECT_EQ(packets.size() - 1, 1 + (beyondFirst + next - 1) / next);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, PesSplitTest, ::testing::Values(1, 65522, 65523, 65535, 65536, 200000, 1000000));

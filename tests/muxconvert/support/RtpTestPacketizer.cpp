@@ -3,20 +3,6 @@
 #include <algorithm>
 
 namespace netcam_test {
-namespace {
-
-int NalType(VideoCodec codec, const Bytes& nal) {
-  if (nal.empty()) return -1;
-  return codec == VideoCodec::kH265 ? (nal[0] >> 1) & 0x3F : nal[0] & 0x1F;
-}
-
-bool IsVcl(VideoCodec codec, int type) {
-  return codec == VideoCodec::kH265 ? type >= 0 && type <= 31 : type >= 1 && type <= 5;
-}
-
-bool IsKey(VideoCodec codec, int type) { return codec == VideoCodec::kH265 ? type >= 16 && type <= 21 : type == 5; }
-
-}  // namespace
 
 std::vector<Bytes> SplitAnnexB(const Bytes& s) {
   std::vector<Bytes> nals;
@@ -36,11 +22,12 @@ std::vector<VideoAccessUnit> GroupAccessUnits(VideoCodec codec, const std::vecto
   std::vector<VideoAccessUnit> units;
   bool currentHasPicture = true;
   for (const Bytes& nal : nalUnits) {
-    const int type = NalType(codec, nal);
+    const bool h265 = codec == VideoCodec::kH265;
+    const int type = h265 ? (nal[0] >> 1) & 0x3F : nal[0] & 0x1F;
     if (currentHasPicture) units.emplace_back();  // one slice per picture: whatever follows it starts the next
     units.back().nalUnits.push_back(nal);
-    currentHasPicture = IsVcl(codec, type);
-    if (IsKey(codec, type)) units.back().keyFrame = true;
+    currentHasPicture = h265 ? type <= 31 : type >= 1 && type <= 5;
+    if (h265 ? type >= 16 && type <= 21 : type == 5) units.back().keyFrame = true;
   }
   return units;
 }
