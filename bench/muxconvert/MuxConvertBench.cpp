@@ -159,7 +159,7 @@ int main(int argc, char** argv) {
   for (const Bytes& nal : units.front().nalUnits) {
     if ((nal[0] & 0x1F) == 7 || (nal[0] & 0x1F) == 8) sets.push_back(nal);
   }
-  const std::string sdp = netcam_test::SdpSessionHeader() + netcam_test::H264SdpMedia(96, sets);
+  const std::string sdp = netcam_test::VideoSdp(VideoCodec::kH264, sets);
   std::printf("stream: %zu frames, %zu packets, %.2f MB payload, %.2f Mbit/s at 25 fps\n", units.size(), packets.size(),
               payloadBytes / 1e6, payloadBytes * 8.0 / (units.size() / 25.0) / 1e6);
 

@@ -1,8 +1,9 @@
-// MediaTools.h - test helpers: a private temp directory, running ffmpeg and
-// ffprobe, and collecting a repackager session's output into a file.
+// MediaTools.h - test helpers: collecting a repackager session's output and
+// reading a program stream back packet by packet.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,28 +12,6 @@
 
 namespace netcam_test {
 
-// A fresh directory, removed with everything in it on destruction.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  std::string File(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
-struct CommandResult {
-  int exitCode = -1;
-  std::string output;  // stdout and stderr
-};
-CommandResult RunCommand(const std::string& command);
-
-Bytes ReadFileBytes(const std::string& path);
-void WriteFileBytes(const std::string& path, const Bytes& data);
-
 // Header unit then payload units, as the platform stores them.
 struct OutputCollector {
   Bytes stream;
@@ -40,25 +19,12 @@ struct OutputCollector {
   int payloadUnits = 0;
   std::vector<Bytes> units;
   bool keepUnits = false;
+  std::function<void()> onPayload;  // called after each payload unit is collected
   static void OnUnit(const MUXC_OutputUnit* unit, void* user);
 };
 
 // Session that writes into `collector`: created from `sdp`, callbacks registered, started.
 MUXC_HANDLE StartSession(const std::string& sdp, OutputCollector* collector);
-
-struct ProbeResult {
-  std::string codec;
-  int frames = -1;
-};
-// First stream's codec and decoded frame count of `file` of media type "v" or "a" (ffprobe -count_frames).
-ProbeResult Probe(const std::string& file, const char* mediaType);
-
-// ffmpeg's error log while decoding `file` completely (empty when clean).
-std::string DecodeErrors(const std::string& file);
-
-}  // namespace netcam_test
-
-namespace netcam_test {
 
 // One packet of a program stream as a reader sees it.
 struct PsPacket {

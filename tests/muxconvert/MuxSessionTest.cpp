@@ -11,8 +11,8 @@
 
 #include "MediaTools.h"
 #include "MuxConvert.h"
+#include "PsWriter.h"
 #include "RtpTestPacketizer.h"
-#include "StreamClock.h"
 
 // Counting allocations on this thread: every replaceable form goes through malloc/free.
 namespace {
@@ -76,7 +76,12 @@ VideoAccessUnit Picture(size_t size = 1500, uint8_t seed = 2) {
   return unit;
 }
 
-std::string H264Sdp() { return SdpSessionHeader() + H264SdpMedia(96, {kSps, kPps}); }
+// H.264 video and AAC-hbr audio (48 kHz mono).
+std::string H264Sdp() {
+  return VideoSdp(VideoCodec::kH264, {kSps, kPps}) +
+         "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/48000/1\r\na=fmtp:97 mode=AAC-hbr; config=1188; "
+         "sizeLength=13; indexLength=3; indexDeltaLength=3\r\n";
+}
 
 int32_t Feed(MUXC_HANDLE handle, const Bytes& packet) {
   return MUXC_InputData(handle, 0, packet.data(), static_cast<int32_t>(packet.size()));
@@ -111,17 +116,11 @@ class SessionTest : public ::testing::Test {
 
   OutputCollector collector;
   MUXC_HANDLE handle = nullptr;
-  RtpStreamOptions options;
-  VideoRtpPacketizer packetizer{VideoCodec::kH264, [] {
-                                  RtpStreamOptions o;
-                                  o.maxPayload = 1000;
-                                  return o;
-                                }()};
+  VideoRtpPacketizer packetizer{VideoCodec::kH264, {96, 0x1234ABCD, 65500, 0xFFFF0000, /*maxPayload=*/1000, true}};
 };
 
-TEST(ApiTest, RefusesBadArgumentsAndParameters) {
+TEST(ApiTest, RefusesBadArgumentsAndEnforcesTheLifecycle) {
   const std::string sdp = H264Sdp();
-  const std::string onlyG711 = SdpSessionHeader() + "m=audio 0 RTP/AVP 0 8\r\na=control:trackID=1\r\n";
   const MUXC_CreateParam good{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
   const struct {
     int32_t version;
@@ -132,7 +131,7 @@ TEST(ApiTest, RefusesBadArgumentsAndParameters) {
       {1, {2, good.sdpLength, good.sdp, 2, 0}, kUnsupported},  // source kind
       {1, {1, good.sdpLength, good.sdp, 1, 0}, kUnsupported},  // target format
       {1, {1, good.sdpLength, nullptr, 2, 0}, kInvalidArg},
-      {1, {1, static_cast<int32_t>(onlyG711.size()), onlyG711.c_str(), 2, 0}, static_cast<int32_t>(MUXC_ERR_NO_MEDIA)},
+      {1, {1, 23, "m=audio 0 RTP/AVP 0 8\r\n", 2, 0}, static_cast<int32_t>(MUXC_ERR_NO_MEDIA)},  // G.711 only
       {1, {1, 4, "  \r\n", 2, 0}, static_cast<int32_t>(MUXC_ERR_BAD_SDP)},
   };
   for (const auto& c : cases) {
@@ -140,8 +139,8 @@ TEST(ApiTest, RefusesBadArgumentsAndParameters) {
     EXPECT_EQ(MUXC_CreateEx(&handle, c.version, &c.param), c.expected);
     EXPECT_EQ(handle, nullptr);
   }
-  MUXC_HANDLE handle = nullptr;
   EXPECT_EQ(MUXC_CreateEx(nullptr, 1, &good), kInvalidArg);
+  MUXC_HANDLE handle = nullptr;
   EXPECT_EQ(MUXC_CreateEx(&handle, 1, nullptr), kInvalidArg);
   const uint8_t byte = 0;
   EXPECT_EQ(MUXC_SetGlobalTime(nullptr, nullptr), kInvalidArg);
@@ -151,14 +150,9 @@ TEST(ApiTest, RefusesBadArgumentsAndParameters) {
   EXPECT_EQ(MUXC_InputData(nullptr, 0, &byte, 1), kInvalidArg);
   EXPECT_EQ(MUXC_Stop(nullptr), kInvalidArg);
   EXPECT_EQ(MUXC_Release(nullptr), kInvalidArg);
-}
 
-TEST(ApiTest, EnforcesTheLifecycle) {
   OutputCollector collector;
-  const std::string sdp = H264Sdp();
-  MUXC_CreateParam param{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
-  MUXC_HANDLE handle = nullptr;
-  ASSERT_EQ(MUXC_CreateEx(&handle, 1, &param), kOk);
+  ASSERT_EQ(MUXC_CreateEx(&handle, 1, &good), kOk);
   const Bytes packet = MakeRtpPacket(96, true, 1, 0, 1, kPps.data(), kPps.size());
   EXPECT_EQ(Feed(handle, packet), kState);  // before Start
   MUXC_GlobalTime february30{2023, 2, 30, 0, 0, 0, 0, 0};
@@ -187,13 +181,11 @@ TEST_F(SessionTest, HeaderUnitDescribesTheStreams) {
   EXPECT_LT(header.size(), 256u);
   auto packets = Parse(header);
   ASSERT_EQ(packets.size(), 3u);
-  EXPECT_EQ(packets[0].startCode, 0xBA);
-  EXPECT_EQ(packets[1].startCode, 0xBB);
-  ASSERT_EQ(packets[2].startCode, 0xBC);
+  for (int k = 0; k < 3; ++k) ASSERT_EQ(packets[k].startCode, 0xBA + k);  // pack, system header, map
   const Bytes& map = packets[2].body;
-  ASSERT_EQ(map.size(), 20u);  // one stream
-  EXPECT_EQ(map[12], 0x1B);
-  EXPECT_EQ(map[13], 0xE0);
+  ASSERT_EQ(map.size(), 24u);  // two streams: H.264 on 0xE0, AAC on 0xC0
+  EXPECT_EQ(Bytes(map.begin() + 12, map.begin() + 18), (Bytes{0x1B, 0xE0, 0, 0, 0x0F, 0xC0}));
+  EXPECT_EQ(muxc::Crc32Mpeg2(map.data(), map.size()), 0u);  // data plus its CRC-32/MPEG-2 gives zero
 }
 
 TEST_F(SessionTest, StartsAtTheFirstKeyFrameWithParameterSetsInFront) {
@@ -204,9 +196,7 @@ TEST_F(SessionTest, StartsAtTheFirstKeyFrameWithParameterSetsInFront) {
   ASSERT_EQ(collector.payloadUnits, 2);
   auto first = Parse(collector.units[1]);
   ASSERT_GE(first.size(), 5u);
-  EXPECT_EQ(first[0].startCode, 0xBA);
-  EXPECT_EQ(first[1].startCode, 0xBB);
-  EXPECT_EQ(first[2].startCode, 0xBC);
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(first[k].startCode, 0xBA + k);  // pack, system header, map
   Bytes expected;
   for (const Bytes& nal : {kSps, kPps, KeyFrame().nalUnits[0]}) {
     expected.insert(expected.end(), {0, 0, 0, 1});
@@ -219,13 +209,10 @@ TEST_F(SessionTest, StartsAtTheFirstKeyFrameWithParameterSetsInFront) {
   auto second = Parse(collector.units[2]);  // a plain picture: pack header and PES only
   ASSERT_EQ(second.size(), 2u);
   EXPECT_EQ(second[1].pts - first[3].pts, 3600u);
-}
 
-TEST_F(SessionTest, KeyFrameCarryingItsOwnParameterSetsGetsNoCopies) {
-  Send(KeyFrame(3000, /*withSets=*/true), 0);
-  ASSERT_EQ(collector.payloadUnits, 1);
-  const Bytes video = VideoBytes(collector.units[1]);
-  EXPECT_EQ(video.size(), 4 + kSps.size() + 4 + kPps.size() + 4 + 3000);
+  Send(KeyFrame(3000, /*withSets=*/true), 14400);  // carries its own sets: no copies in front
+  ASSERT_EQ(collector.payloadUnits, 3);
+  EXPECT_EQ(VideoBytes(collector.units[3]).size(), 4 + kSps.size() + 4 + kPps.size() + 4 + 3000);
 }
 
 TEST_F(SessionTest, SequenceGapDropsOnlyTheBrokenUnits) {
@@ -250,36 +237,45 @@ TEST_F(SessionTest, SequenceGapDropsOnlyTheBrokenUnits) {
   EXPECT_TRUE(std::equal(last.begin(), last.end(), video.begin() + 4));
 }
 
+// Every layer refuses what it cannot read: RTP header, H.264 payload formats, AAC-hbr AU headers.
 TEST_F(SessionTest, MalformedPacketsAreRefusedWithoutHarm) {
-  Bytes good = MakeRtpPacket(96, true, 100, 0, 7, KeyFrame().nalUnits[0].data(), KeyFrame().nalUnits[0].size());
-  Bytes shortPacket(good.begin(), good.begin() + 11);
-  Bytes badVersion = good;
-  badVersion[0] = 0x40;
-  Bytes longPadding(good.begin(), good.begin() + 14);
-  longPadding[0] |= 0x20;
-  longPadding.back() = 3;  // two payload bytes, three of padding claimed
-  Bytes zeroPadding = good;
-  zeroPadding[0] |= 0x20;
-  zeroPadding.back() = 0;
-  Bytes csrcBeyond(good.begin(), good.begin() + 20);
-  csrcBeyond[0] |= 0x0F;
-  Bytes extensionBeyond(good.begin(), good.begin() + 12);
-  extensionBeyond[0] |= 0x10;
-  extensionBeyond.insert(extensionBeyond.end(), {0xBE, 0xDE, 0x01, 0x00, 1, 2});
-  Bytes unknownType = good;
-  unknownType[1] = 0x80 | 100;
-  Bytes stapBeyond = MakeRtpPacket(96, true, 100, 0, 7, nullptr, 0);
-  stapBeyond.insert(stapBeyond.end(), {0x78, 0x10, 0x00, 0x65});
-  for (const Bytes* packet : {&shortPacket, &badVersion, &longPadding, &zeroPadding, &csrcBeyond, &extensionBeyond,
-                              &unknownType, &stapBeyond}) {
-    EXPECT_EQ(Feed(handle, *packet), kBadPacket) << packet->size();
-  }
+  uint16_t sequence = 100;  // audio first: the video sequence then runs on into the packet after the table
+  auto rtp = [&](uint8_t payloadType, const Bytes& payload) {
+    return MakeRtpPacket(payloadType, true, sequence++, 0, 7, payload.data(), payload.size());
+  };
+  Bytes sumOverrun = {0x00, 0x20, 0x00, 0x78, 0x00, 0x78};  // two AUs of 15 bytes each, 20 present
+  sumOverrun.resize(26);
+  Bytes sizeOverrun = {0x00, 0x20, 0x01, 0x90, 0x01, 0x90};  // 50 bytes each
+  sizeOverrun.resize(26);
+  const Bytes packets[] = {
+      {0x80, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0},                                   // shorter than a header
+      {0x40, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88},                    // version 1
+      {0xA0, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 3},                       // three bytes of padding in two
+      {0xA0, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88, 0},                 // zero padding length
+      {0x8F, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88, 0, 0, 0, 0},        // CSRCs beyond the packet
+      {0x90, 0xE0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0xBE, 0xDE, 0x01, 0x00, 1, 2},  // extension beyond
+      {0x80, 0xE4, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0x65, 0x88},                    // payload type 100: not in the SDP
+      rtp(97, {0x00}),                                                           // shorter than AU-headers-length
+      rtp(97, {0x00, 0x00, 0x01}),                                               // zero header bits
+      rtp(97, {0x00, 0x40, 0x00, 0x20}),                                         // 64 header bits, 2 present
+      rtp(97, {0x00, 0x0C, 0x00, 0x00}),                                         // 12 bits: a 16-bit header cut short
+      rtp(97, sizeOverrun),
+      rtp(97, sumOverrun),                      // each size fits, their sum does not (a fuzzer find)
+      rtp(96, {0x78, 0x10, 0x00, 0x65}),        // STAP-A size beyond the packet
+      rtp(96, {0x78, 0x00, 0x00, 0x67, 0x00}),  // STAP-A zero size
+      rtp(96, {0x7C, 0xC1, 0x00}),              // FU-A with start and end
+      rtp(96, {0x7C, 0x80}),                    // FU-A without data
+      rtp(96, {0x79, 0x00, 0x00}),              // STAP-B (interleaved mode)
+      rtp(96, {0x60}),                          // type 0
+  };
+  for (size_t i = 0; i < std::size(packets); ++i) EXPECT_EQ(Feed(handle, packets[i]), kBadPacket) << i;
   EXPECT_EQ(collector.payloadUnits, 0);
 
   // The same picture behind CSRCs, a header extension and padding is read correctly.
   const Bytes idr = KeyFrame().nalUnits[0];
-  Bytes dressed = {0xB2, 0xE0, 0x00, 0x65, 0, 0, 0x10, 0,    0,    0,    0, 7, 0, 0,
-                   0,    1,    0,    0,    0, 2, 0xBE, 0xDE, 0x00, 0x01, 9, 9, 9, 9};
+  Bytes dressed = MakeRtpPacket(96, true, sequence, 0x100000, 7, nullptr, 0);
+  dressed[0] = 0xB2;  // padding, extension, two CSRCs
+  dressed.insert(dressed.end(), {0, 0, 0, 1, 0, 0, 0, 2, 0xBE, 0xDE, 0x00, 0x01, 9, 9, 9, 9});
   dressed.insert(dressed.end(), idr.begin(), idr.end());
   dressed.insert(dressed.end(), {0, 0, 3});
   ASSERT_EQ(Feed(handle, dressed), kOk);
@@ -302,94 +298,53 @@ struct TimeLog {
   static void OnTime(const MUXC_GlobalTime* time, void* user) { static_cast<TimeLog*>(user)->times.push_back(*time); }
 };
 
-TEST_F(SessionTest, StreamTimeCrossesTheYearAndTheTimestampWrap) {
+// Recorded streams count from the given start across the year end and the 32-bit RTP
+// timestamp wrap; live streams report the local wall clock.
+TEST_F(SessionTest, GlobalTimeIsStreamTimeOrTheLiveWallClock) {
   TimeLog log;
   MUXC_GlobalTime start{2023, 12, 31, 23, 59, 59, 900, 0};
   ASSERT_EQ(MUXC_SetGlobalTime(handle, &start), kOk);
   ASSERT_EQ(MUXC_RegisterModifyGlobalTimeCallBack(handle, &TimeLog::OnTime, &log), kOk);
   // The packetizer starts at 0xFFFF0000: 90 kHz ticks wrap past 2^32 after 65536 ticks.
-  Send(KeyFrame(), 0);
-  Send(Picture(), 3600);
-  Send(Picture(), 9000);
-  Send(Picture(), 65536 + 90000);
+  for (uint32_t ticks : {0u, 3600u, 9000u, 65536u + 90000u}) {
+    Send(ticks ? Picture() : KeyFrame(), ticks);
+  }
   ASSERT_EQ(log.times.size(), 4u);
   EXPECT_EQ(Text(log.times[0]), "2023-12-31 23:59:59.900/0");
   EXPECT_EQ(Text(log.times[1]), "2023-12-31 23:59:59.940/0");
   EXPECT_EQ(Text(log.times[2]), "2024-01-01 00:00:00.000/0");
   EXPECT_EQ(Text(log.times[3]), "2024-01-01 00:00:01.628/0");  // 65536 + 90000 ticks = 1728.18 ms
-}
 
-TEST_F(SessionTest, LiveStreamTimeIsTheLocalWallClock) {
-  TimeLog log;
+  MUXC_Release(handle);
+  handle = StartSession(H264Sdp(), &collector);
   MUXC_GlobalTime live{0, 0, 0, 0, 0, 0, 0, 1};
   ASSERT_EQ(MUXC_SetGlobalTime(handle, &live), kOk);
   ASSERT_EQ(MUXC_RegisterModifyGlobalTimeCallBack(handle, &TimeLog::OnTime, &log), kOk);
   const time_t before = time(nullptr);
   Send(KeyFrame(), 0);
   const time_t after = time(nullptr);
-  ASSERT_EQ(log.times.size(), 1u);
-  const MUXC_GlobalTime& t = log.times[0];
+  ASSERT_EQ(log.times.size(), 5u);
+  const MUXC_GlobalTime& t = log.times.back();
   std::tm tm{t.second, t.minute, t.hour, t.day, t.month - 1, t.year - 1900, 0, 0, -1, 0, nullptr};
   const time_t reported = mktime(&tm);
   EXPECT_TRUE(reported >= before && reported <= after && t.dwReserved == 1) << reported << " " << before;
   EXPECT_TRUE(t.millisecond >= 0 && t.millisecond <= 999);
 }
 
-TEST(StreamClockTest, CalendarArithmeticAcrossBoundaries) {
-  const struct {
-    MUXC_GlobalTime base;
-    int64_t ms;
-    const char* expected;
-  } cases[] = {
-      {{2024, 2, 28, 23, 59, 59, 500, 0}, 1000, "2024-02-29 00:00:00.500"},  // leap day
-      {{2023, 2, 28, 23, 59, 59, 500, 0}, 1000, "2023-03-01 00:00:00.500"},
-      {{2024, 1, 1, 0, 0, 0, 0, 0}, -1, "2023-12-31 23:59:59.999"},
-      {{2100, 2, 28, 0, 0, 0, 0, 0}, 86400000, "2100-03-01 00:00:00.000"},  // no leap day in 2100
-  };
-  for (const auto& c : cases) {
-    MUXC_GlobalTime out{};
-    ASSERT_TRUE(muxc::AddMilliseconds(c.base, c.ms, &out));
-    EXPECT_EQ(Text(out).substr(0, 23), c.expected);
-  }
-  EXPECT_FALSE(muxc::IsValidCivilTime({2023, 2, 29, 0, 0, 0, 0, 0}));
-  EXPECT_FALSE(muxc::IsValidCivilTime({2023, 1, 1, 24, 0, 0, 0, 0}));
-  EXPECT_TRUE(muxc::IsValidCivilTime({2024, 2, 29, 23, 59, 59, 999, 0}));
-}
-
-struct Reentrant {
-  MUXC_HANDLE handle = nullptr;
-  int units = 0;
-  bool release = false;
-  static void OnUnit(const MUXC_OutputUnit* unit, void* user) {
-    auto* self = static_cast<Reentrant*>(user);
-    if (unit->type != MUXC_UNIT_PAYLOAD) return;
-    ++self->units;
-    if (self->release) {
-      EXPECT_EQ(MUXC_Release(self->handle), kOk);
-    } else {
-      EXPECT_EQ(MUXC_Stop(self->handle), kOk);
-    }
-  }
-};
-
+// Callbacks run synchronously inside MUXC_InputData, so a callback may end the session it is called from.
 TEST(ReentrancyTest, StopOrReleaseFromInsideTheCallback) {
+  VideoAccessUnit unit = KeyFrame();
+  unit.nalUnits.push_back(Body(0x65, 100, 3));  // one packet finishing one unit, then more
+  const auto packets = VideoRtpPacketizer(VideoCodec::kH264, RtpStreamOptions()).Packetize(unit, 0);
   for (bool release : {false, true}) {
-    Reentrant state;
-    state.release = release;
-    const std::string sdp = H264Sdp();
-    MUXC_CreateParam param{1, static_cast<int32_t>(sdp.size()), sdp.c_str(), 2, 0};
-    ASSERT_EQ(MUXC_CreateEx(&state.handle, 1, &param), kOk);
-    MUXC_RegisterOutputDataCallBack(state.handle, &Reentrant::OnUnit, &state);
-    MUXC_Start(state.handle, 0, 0);
-    VideoRtpPacketizer packetizer(VideoCodec::kH264, RtpStreamOptions());
-    VideoAccessUnit unit = KeyFrame();
-    unit.nalUnits.push_back(Body(0x65, 100, 3));  // one packet finishing one unit, then more
-    const auto packets = packetizer.Packetize(unit, 0);
-    for (const Bytes& packet : packets) Feed(state.handle, packet);
-    EXPECT_EQ(state.units, 1);
+    OutputCollector collector;
+    MUXC_HANDLE handle = StartSession(H264Sdp(), &collector);
+    collector.onPayload = [&] { EXPECT_EQ(release ? MUXC_Release(handle) : MUXC_Stop(handle), kOk); };
+    for (const Bytes& packet : packets) Feed(handle, packet);
+    EXPECT_EQ(collector.payloadUnits, 1);
     if (!release) {
-      EXPECT_EQ(Feed(state.handle, packets.back()), kState);
-      EXPECT_EQ(MUXC_Release(state.handle), kOk);
+      EXPECT_EQ(Feed(handle, packets.back()), kState);
+      EXPECT_EQ(MUXC_Release(handle), kOk);
     }
   }
 }

@@ -1,6 +1,6 @@
 // RtpTestPacketizer.h - turns elementary streams made by ffmpeg into the RTP
 // packets and SDP a camera would send: H.264 (RFC 6184 single NAL, STAP-A,
-// FU-A), H.265 (RFC 7798 single, AP, FU) and AAC (RFC 3640 AAC-hbr).
+// FU-A), H.265 (RFC 7798 single, AP, FU, with or without DON) and AAC (RFC 3640 AAC-hbr).
 // Test-side only; deliberately independent of the code under test.
 #pragma once
 
@@ -22,6 +22,7 @@ struct RtpStreamOptions {
   uint32_t firstTimestamp = 0xFFFF0000;  // wraps soon: exercises 32-bit wrap
   size_t maxPayload = 1400;              // RTP payload bytes per packet
   bool aggregate = true;                 // STAP-A / AP for runs of small NAL units
+  bool donFields = false;                // H.265: DONL/DOND in every NAL unit (sprop-max-don-diff > 0)
 };
 
 struct VideoAccessUnit {
@@ -31,8 +32,8 @@ struct VideoAccessUnit {
 
 // NAL units of an Annex-B byte stream, start codes removed.
 std::vector<Bytes> SplitAnnexB(const Bytes& stream);
-// Groups NAL units into access units (AUD, parameter sets/SEI after a picture,
-// or a slice that starts a new picture begin a new unit).
+// Groups NAL units into access units, for encoders that write one slice per
+// picture (as ours are told to): any NAL unit after a slice starts a new unit.
 std::vector<VideoAccessUnit> GroupAccessUnits(VideoCodec codec, const std::vector<Bytes>& nalUnits);
 
 // Builds a 12-byte RTP header followed by `payload`.
@@ -48,44 +49,26 @@ class VideoRtpPacketizer {
   std::vector<Bytes> Packetize(const VideoAccessUnit& unit, uint32_t ticks);
 
  private:
-  void AddPacket(std::vector<Bytes>& out, const Bytes& payload, uint32_t timestamp);
-  void Fragment(std::vector<Bytes>& out, const Bytes& nal, uint32_t timestamp);
-
   VideoCodec codec_;
   RtpStreamOptions options_;
   uint16_t sequence_;
+  uint16_t don_ = 0;  // H.265 decoding order number of the next NAL unit
 };
-
-struct AdtsStream {
-  Bytes audioSpecificConfig;
-  uint32_t sampleRate = 0;
-  int channels = 0;
-  std::vector<Bytes> accessUnits;  // raw AAC frames, ADTS headers removed
-};
-// Reads an ADTS file; an empty result (no units) on malformed input.
-AdtsStream ParseAdts(const Bytes& stream);
 
 class AacRtpPacketizer {
  public:
   explicit AacRtpPacketizer(RtpStreamOptions options) : options_(options) { sequence_ = options.firstSequence; }
-  // Up to `unitsPerPacket` units per packet (all share one packet's timestamp,
-  // 1024 samples apart); a unit larger than the payload limit is fragmented.
-  // `firstUnitTicks` is in samples of the audio clock. Marker on every packet
-  // except non-final fragments.
-  std::vector<Bytes> Packetize(const std::vector<Bytes>& units, size_t unitsPerPacket, uint32_t firstUnitTicks);
+  // One packet of `units` (AAC-hbr, marker set), or fragments of a single unit larger than the payload
+  // limit (marker on the last). `firstUnitTicks` is in samples of the audio clock.
+  std::vector<Bytes> Packetize(const std::vector<Bytes>& units, uint32_t firstUnitTicks);
 
  private:
   RtpStreamOptions options_;
   uint16_t sequence_;
 };
 
-std::string Base64(const Bytes& data);
-std::string Hex(const Bytes& data);
-
-// SDP texts as cameras send them (CRLF line ends, a=control per medium).
-std::string SdpSessionHeader();
-std::string H264SdpMedia(uint8_t payloadType, const std::vector<Bytes>& parameterSets, int packetizationMode = 1);
-std::string H265SdpMedia(uint8_t payloadType, const Bytes& vps, const Bytes& sps, const Bytes& pps);
-std::string AacSdpMedia(uint8_t payloadType, uint32_t sampleRate, int channels, const Bytes& config);
+// An SDP text as cameras send it (CRLF line ends, a=control) with one video medium, payload type 96,
+// carrying `parameterSets` (VPS, SPS, PPS for H.265) when there are any.
+std::string VideoSdp(VideoCodec codec, const std::vector<Bytes>& parameterSets, bool donFields = false);
 
 }  // namespace netcam_test
