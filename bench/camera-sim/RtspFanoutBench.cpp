@@ -23,8 +23,8 @@
 #include <thread>
 #include <vector>
 
-#include "ProcessStats.h"
 #include "MDClient.h"
+#include "ProcessStats.h"
 #include "camera_sim/RtspServer.h"
 
 namespace {

@@ -50,7 +50,6 @@ TEST_F(DigestAuthenticatorTest, AcceptsTheRightAnswerOncePerNonceCountAndRefuses
                                  {Answer{.qop = "auth-int"}, DigestVerdict::Malformed}}) {
     EXPECT_EQ(Verify(IssueNonce(), answer), verdict) << ToString(verdict);
   }
-  EXPECT_EQ(auth_.Verify("GET", "/axis-cgi/ptz.cgi", "Basic cm9vdDpwYXNz", "root", "pass"), DigestVerdict::Missing);
   EXPECT_EQ(Verify("0123456789abcdef"), DigestVerdict::UnknownNonce);
   const std::string old = IssueNonce();
   now_ += std::chrono::seconds(301);

@@ -47,13 +47,12 @@ struct Sink {
     (this->*list).push_back(type);
     changed.notify_all();
   }
-  size_t Count(int type) const { return static_cast<size_t>(std::count(types.begin(), types.end(), type)); }
   bool WaitFor(const std::function<bool()>& condition) {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, kPatience, condition);
   }
   bool WaitForPackets(size_t count) {
-    return WaitFor([&] { return Count(MDC_DATA_VIDEO) >= count; });
+    return WaitFor([&] { return size_t(std::count(types.begin(), types.end(), MDC_DATA_VIDEO)) >= count; });
   }
   // Any message, or one of `type`.
   bool WaitForMessage(int type = -1) {

@@ -76,11 +76,8 @@ TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversEachChannelWithItsType) {
                                             MDC_DATA_RTCP_AUDIO, MDC_DATA_VIDEO}));
     EXPECT_NE(sink.sdp.find("m=video"), std::string::npos);
   }
-  EXPECT_EQ(MDC_Close(id), 0);  // while the peer streams
-  sink.closeReturned = true;
+  EXPECT_EQ(MDC_Close(id), 0);
   EXPECT_EQ(MDC_Destroy(id), 0);
-  EXPECT_EQ(sink.afterClose, 0);
-  EXPECT_EQ(sink.messages, std::vector<int>{});  // no message for our own close
 
   // DESCRIBE twice (401, then authorized); SETUP per medium on its own channels.
   std::vector<RtspText> describes = peer.RequestsOf("DESCRIBE");
@@ -155,11 +152,14 @@ TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
     change.speed = step.speed;
     EXPECT_EQ(MDC_ChangeStatus(id, &change), step.expected) << step.kind;
   }
-  EXPECT_EQ(MDC_Close(id), 0);
+  EXPECT_EQ(MDC_Close(id), 0);  // while the peer streams
+  sink.closeReturned = true;
   MDC_StatusChange pause{};
   pause.kind = MDC_STATUS_PAUSE;
   EXPECT_EQ(MDC_ChangeStatus(id, &pause), static_cast<int32_t>(MDC_ERR_STATE));
   EXPECT_EQ(MDC_Destroy(id), 0);
+  EXPECT_EQ(sink.afterClose, 0);
+  EXPECT_EQ(sink.messages, std::vector<int>{});  // no message for our own close
 
   std::vector<RtspText> plays = peer.RequestsOf("PLAY");
   ASSERT_EQ(plays.size(), 3u);

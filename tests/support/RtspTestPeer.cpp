@@ -203,9 +203,10 @@ ScriptedRtspPeer::Script CameraScript(CameraBehaviour behaviour) {
                        std::string("Public: OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, ") +
                            (behaviour.offerGetParameter ? "GET_PARAMETER, " : "") + "TEARDOWN\r\n");
     } else if (request.method == "DESCRIBE") {
-      connection.Reply(request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n",
-                       "v=0\r\na=control:*\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=1\r\n" +
-                           std::string(behaviour.withAudio ? "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n" : ""));
+      connection.Reply(
+          request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n",
+          "v=0\r\na=control:*\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=1\r\n" +
+              std::string(behaviour.withAudio ? "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n" : ""));
     } else if (request.method == "SETUP") {
       connection.Reply(request, 200, "Transport: " + request.Header("Transport") + ";ssrc=1234\r\n" + session);
     } else if (request.method == "PLAY") {
