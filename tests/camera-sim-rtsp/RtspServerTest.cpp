@@ -44,11 +44,13 @@ class RtspServerTest : public ::testing::Test {
     return "rtsp://" + userInfo + "@" + m_address + ":" + std::to_string(m_server->Port()) + "/axis-media/media.amp?" +
            query;
   }
-  // Opens, then closes and destroys at the end of the test.
-  int32_t Open(const std::string& url, Sink& sink, const MDC_PlayInfoV1* info = nullptr) {
+  // Opens a client; it and its sink last until the test ends. nullptr unless the open ended in `expected`.
+  Sink* Open(const std::string& url, int32_t expected = 0, const MDC_PlayInfoV1* info = nullptr) {
+    m_sinks.push_back(std::make_unique<Sink>());
     int32_t result = -1;
-    m_clients.push_back(OpenClient(url, sink, &result, info));
-    return result;
+    m_clients.push_back(OpenClient(url, *m_sinks.back(), &result, info));
+    EXPECT_EQ(result, expected) << url;
+    return result == expected ? m_sinks.back().get() : nullptr;
   }
   void TearDown() override {
     for (int32_t id : m_clients) EXPECT_EQ(MDC_Destroy(id), 0);
@@ -56,39 +58,36 @@ class RtspServerTest : public ::testing::Test {
 
   std::string m_address = netcam_test::UniqueLoopbackAddress(0);
   std::unique_ptr<camsim::RtspServer> m_server = std::make_unique<camsim::RtspServer>(TestConfig(m_address));
+  std::vector<std::unique_ptr<Sink>> m_sinks;  // outlive the clients, which TearDown ends
   std::vector<int32_t> m_clients;
 };
 
 TEST_F(RtspServerTest, LiveCodecsPlayForTheRightCredentialsOnly) {
   for (const std::string codec : {"h264", "h265"}) {
-    Sink sink;
-    ASSERT_EQ(Open(Url("videocodec=" + codec + "&camera=1"), sink), 0) << codec;
-    ASSERT_TRUE(sink.WaitForPackets(25)) << codec;
-    std::lock_guard<std::mutex> lock(sink.mutex);
-    EXPECT_NE(sink.sdp.find(codec == "h264" ? "H264/90000" : "H265/90000"), std::string::npos) << sink.sdp;
-    EXPECT_NE(sink.sdp.find(codec == "h264" ? "sprop-parameter-sets=" : "sprop-vps="), std::string::npos) << sink.sdp;
-    EXPECT_TRUE(sink.messages.empty()) << codec;
+    Sink* sink = Open(Url("videocodec=" + codec + "&camera=1"));
+    ASSERT_TRUE(sink && sink->WaitForPackets(25)) << codec;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    EXPECT_NE(sink->sdp.find(codec == "h264" ? "H264/90000" : "H265/90000"), std::string::npos) << sink->sdp;
+    EXPECT_NE(sink->sdp.find(codec == "h264" ? "sprop-parameter-sets=" : "sprop-vps="), std::string::npos);
+    EXPECT_TRUE(sink->messages.empty()) << codec;
   }
   struct Refusal {
     std::string url;
     int32_t result;
   } refusals[] = {{Url("videocodec=h264", "root:wrong"), int32_t(MDC_ERR_AUTH)},
                   {Url("recordingid=nope"), int32_t(MDC_ERR_STATUS)}};
-  for (const Refusal& refusal : refusals) {
-    Sink sink;
-    EXPECT_EQ(Open(refusal.url, sink), refusal.result) << refusal.url;
-  }
+  for (const Refusal& refusal : refusals) Open(refusal.url, refusal.result);
 }
 
 // 35 s into the recording, 4 s long, paused on the way: exactly the 100
 // pictures of the span, none repeated, then the server ends the stream.
 TEST_F(RtspServerTest, RecordingPlaysTheClockRangeAcrossAPauseToItsEnd) {
-  Sink late;
   MDC_PlayInfoV1 outside{1, 1, 0, 1.0f, 0, (kRecordingStart + 200) * 1e6, (kRecordingStart + 210) * 1e6};
-  EXPECT_EQ(Open(Url(std::string("recordingid=") + kRecordingId), late, &outside), int32_t(MDC_ERR_STATUS));
-  Sink sink;
+  Open(Url(std::string("recordingid=") + kRecordingId), int32_t(MDC_ERR_STATUS), &outside);
   MDC_PlayInfoV1 info{1, 1, 0, 1.0f, 0, (kRecordingStart + 35) * 1e6, (kRecordingStart + 39) * 1e6};
-  ASSERT_EQ(Open(Url(std::string("recordingid=") + kRecordingId), sink, &info), 0);
+  Sink* played = Open(Url(std::string("recordingid=") + kRecordingId), 0, &info);
+  ASSERT_TRUE(played);
+  Sink& sink = *played;
   const int32_t id = m_clients.back();
   ASSERT_TRUE(sink.WaitFor([&] { return sink.frames.size() >= 20; }));
   MDC_StatusChange change{};
@@ -106,16 +105,17 @@ TEST_F(RtspServerTest, RecordingPlaysTheClockRangeAcrossAPauseToItsEnd) {
 }
 
 TEST_F(RtspServerTest, DisconnectAllAndStopEndEverySession) {
-  Sink first, second, again;
-  ASSERT_EQ(Open(Url("videocodec=h264"), first), 0);
-  ASSERT_EQ(Open(Url("videocodec=h265"), second), 0);
+  Sink* first = Open(Url("videocodec=h264"));
+  Sink* second = Open(Url("videocodec=h265"));
+  ASSERT_TRUE(first && second);
   EXPECT_EQ(m_server->ClientCount(), 2);  // each open returned after PLAY was answered
   m_server->DisconnectAll();
-  EXPECT_TRUE(first.WaitForMessage(MDC_MSG_CLOSED) && second.WaitForMessage(MDC_MSG_CLOSED));
+  EXPECT_TRUE(first->WaitForMessage(MDC_MSG_CLOSED) && second->WaitForMessage(MDC_MSG_CLOSED));
   // The camera is back: a new client plays again, until Stop ends it too (twice is harmless).
-  ASSERT_EQ(Open(Url("videocodec=h264"), again), 0);
+  Sink* again = Open(Url("videocodec=h264"));
+  ASSERT_TRUE(again);
   m_server->Stop();
-  EXPECT_TRUE(again.WaitForMessage(MDC_MSG_CLOSED));
+  EXPECT_TRUE(again->WaitForMessage(MDC_MSG_CLOSED));
   m_server->Stop();
 }
 
