@@ -1,8 +1,8 @@
 // RtspFanoutBench - what one simulator costs per live client.
 //
 // Each simulator runs in a child process so that its CPU time (from
-// /proc/PID/stat) holds nothing of the clients, which run here as threads
-// reading TCP-interleaved RTP and dropping it. Prints the simulator's CPU
+// /proc/PID/stat) holds nothing of the clients, which run here as sessions of
+// the plug-in's media client reading TCP-interleaved RTP. Prints the simulator's CPU
 // time per second of wall time with one client (the anchor), with 64 clients,
 // and with four simulators of 64 clients each at once.
 //
@@ -23,8 +23,8 @@
 #include <thread>
 #include <vector>
 
+#include "MDClient.h"
 #include "ProcessStats.h"
-#include "RtspTestPeer.h"
 #include "camera_sim/RtspServer.h"
 
 namespace {
@@ -93,57 +93,33 @@ void StopSimulator(SimulatorProcess* process) {
   ::waitpid(process->pid, &status, 0);
 }
 
+// Live sessions of the media client the plug-in uses; packets are counted and dropped.
 class Clients {
  public:
   ~Clients() { StopAll(); }
 
-  void Add(uint16_t port, int count) {
+  // Opens `count` sessions; false when one cannot play.
+  bool Add(uint16_t port, int count) {
+    const std::string url = "rtsp://" + std::string(kUser) + ":" + kPassword + "@" + kAddress + ":" +
+                            std::to_string(port) + "/axis-media/media.amp?videocodec=h264&camera=1";
     for (int i = 0; i < count; ++i) {
-      m_threads.emplace_back([this, port] { Run(port); });
+      m_ids.push_back(MDC_Create(url.c_str(), 0));
+      if (m_ids.back() < 0 || MDC_Open(m_ids.back(), &Clients::OnData, this) != 0) return false;
     }
-  }
-  // Waits until every client is playing (or failed).
-  bool WaitPlaying() {
-    const auto deadline = std::chrono::steady_clock::now() + 60s;
-    while (m_playing + m_failed < static_cast<int>(m_threads.size())) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(10ms);
-    }
-    return m_failed == 0;
+    return true;
   }
   long long Packets() const { return m_packets; }
   void StopAll() {
-    m_stop = true;
-    for (auto& thread : m_threads) thread.join();
-    m_threads.clear();
+    for (int32_t id : m_ids) MDC_Destroy(id);
+    m_ids.clear();
   }
 
  private:
-  void Run(uint16_t port) {
-    netcam_test::RtspExchange exchange(kUser, kPassword);
-    const std::string url = "rtsp://" + std::string(kAddress) + ":" + std::to_string(port) +
-                            "/axis-media/media.amp?videocodec=h264&camera=1";
-    bool ok = exchange.Connect(kAddress, port);
-    std::string base;
-    if (ok) {
-      auto describe = exchange.Request("DESCRIBE", url);
-      base = describe.Header("Content-Base");
-      ok = describe.status == 200 &&
-           exchange.Request("SETUP", base + "stream=0", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n").status ==
-               200 &&
-           exchange.Request("PLAY", base, "Range: npt=0.000-\r\n").status == 200;
-    }
-    ++(ok ? m_playing : m_failed);
-    while (ok && !m_stop) {
-      auto packet = exchange.Receive(200ms);
-      if (packet.channel == 0) ++m_packets;
-      if (exchange.Closed()) break;
-    }
+  static void OnData(int32_t, int32_t type, const uint8_t*, int32_t, void* user) {
+    if (type == MDC_DATA_VIDEO) ++static_cast<Clients*>(user)->m_packets;
   }
 
-  std::vector<std::thread> m_threads;
-  std::atomic<bool> m_stop{false};
-  std::atomic<int> m_playing{0}, m_failed{0};
+  std::vector<int32_t> m_ids;
   std::atomic<long long> m_packets{0};
 };
 
@@ -159,8 +135,9 @@ Measurement Measure(int simulators, int clientsEach, double seconds) {
   Measurement result;
   {
     Clients clients;
-    for (auto& process : processes) clients.Add(process.port, clientsEach);
-    if (!clients.WaitPlaying()) {
+    bool playing = true;
+    for (auto& process : processes) playing = clients.Add(process.port, clientsEach) && playing;
+    if (!playing) {
       std::fprintf(stderr, "not every client could play\n");
       std::exit(1);
     }

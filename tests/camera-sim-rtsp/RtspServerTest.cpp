@@ -1,91 +1,122 @@
-// The simulator's RTSP server as a plain socket sees it: authentication, the
-// answers clients parse, live pause and play, DisconnectAll and Stop.
-#include <chrono>
-#include <thread>
+// The simulator's RTSP server through the media client the plug-in uses:
+// Digest with the cameras' credentials, live codecs, recordings played for
+// exactly the clock range asked for, DisconnectAll and Stop.
+#include <gtest/gtest.h>
 
-#include "RtspTestPeer.h"
-#include "TestServer.h"
+#include <memory>
+#include <set>
+#include <string>
 
-namespace camsim_test {
+#include "ClientSink.h"
+#include "LoopbackAddress.h"
+#include "MDClient.h"
+#include "camera_sim/RtspServer.h"
+
 namespace {
 
-using namespace std::chrono_literals;
-using netcam_test::RtspExchange;
-using netcam_test::RtspText;
+using mdclient_test::OpenClient;
+using mdclient_test::Sink;
 
-// A live session by hand: SETUP interleaved, PLAY, and packets arrive. Returns the aggregate URL.
-std::string PlayLive(RtspExchange* exchange, const std::string& url) {
-  const std::string base = exchange->Request("DESCRIBE", url).Header("Content-Base");
-  EXPECT_EQ(exchange->Request("SETUP", base + "stream=0", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n").status,
-            200);
-  EXPECT_EQ(exchange->Request("PLAY", base, "Range: npt=0.000-\r\n").status, 200);
-  EXPECT_EQ(exchange->Receive(10s).channel, 0);
-  return base;
+constexpr const char* kRecordingId = "20240621_151725_95E7_B8A44F9D7D55";
+constexpr int64_t kRecordingStart = 1718983045;  // 2024-06-21T15:17:25Z, 120 s long
+
+camsim::RtspConfig TestConfig(const std::string& address) {
+  camsim::RtspConfig config;
+  config.address = address;
+  config.port = 0;
+  config.user = "root";
+  config.password = "p@ss:word";
+  config.findRecording = [](const std::string& id) -> std::optional<camsim::RecordingClip> {
+    if (id != kRecordingId) return std::nullopt;
+    return camsim::RecordingClip{.id = id, .startUtc = kRecordingStart, .stopUtc = kRecordingStart + 120};
+  };
+  return config;
 }
 
-using RtspServerTest = RtspServerFixture;
-
-TEST_F(RtspServerTest, AnswersAsTheCamerasDoAndPausesLive) {
-  RtspExchange anonymous("", "");
-  ASSERT_TRUE(anonymous.Connect(m_address, m_server->Port()));
-  RtspText refused = anonymous.Request("DESCRIBE", Url("recordingid=nope"));  // authentication comes first
-  EXPECT_EQ(refused.status, 401);
-  const std::string challenge = refused.Header("WWW-Authenticate");
-  EXPECT_EQ(challenge.rfind("Digest realm=\"AXIS_B8A44F9D7D55\", nonce=\"", 0), 0u) << challenge;
-  EXPECT_EQ(challenge.find("qop"), std::string::npos);
-
-  RtspExchange exchange("root", "p@ss:word");
-  ASSERT_TRUE(exchange.Connect(m_address, m_server->Port()));
-  EXPECT_EQ(exchange.Request("DESCRIBE", Url("recordingid=nope")).status, 404);
-  EXPECT_EQ(exchange.Request("DESCRIBE", Url("videocodec=mjpeg")).status, 400);
-  // The connection stays usable after refusals.
-  RtspText answer = exchange.Request("DESCRIBE", Url("videocodec=h264&camera=1"));
-  const std::string base = "rtsp://" + m_address + ":" + std::to_string(m_server->Port()) + "/axis-media/media.amp/";
-  EXPECT_EQ(answer.Header("Content-Base"), base);
-  for (const char* line : {"a=control:stream=0", "a=rtpmap:96 H264/90000", "sprop-parameter-sets="}) {
-    EXPECT_NE(answer.body.find(line), std::string::npos) << answer.body;
+class RtspServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string error;
+    ASSERT_TRUE(m_server->Start(&error)) << error;
   }
-  PlayLive(&exchange, Url("videocodec=h264"));
-  EXPECT_EQ(exchange.Request("PAUSE", base).status, 200);
-  EXPECT_EQ(exchange.Request("PLAY", base).status, 200);
-  EXPECT_EQ(exchange.Receive(10s).channel, 0);
-  EXPECT_EQ(exchange.Request("GET_PARAMETER", base).status, 200);  // the keep-alive clients send
-  EXPECT_EQ(exchange.Request("TEARDOWN", base).status, 200);
+  // Credentials as the plug-in writes them: raw, ':' and '@' included.
+  std::string Url(const std::string& query, const std::string& userInfo = "root:p@ss:word") const {
+    return "rtsp://" + userInfo + "@" + m_address + ":" + std::to_string(m_server->Port()) + "/axis-media/media.amp?" +
+           query;
+  }
+  // Opens a client; it and its sink last until the test ends. nullptr unless the open ended in `expected`.
+  Sink* Open(const std::string& url, int32_t expected = 0, const MDC_PlayInfoV1* info = nullptr) {
+    m_sinks.push_back(std::make_unique<Sink>());
+    int32_t result = -1;
+    m_clients.push_back(OpenClient(url, *m_sinks.back(), &result, info));
+    EXPECT_EQ(result, expected) << url;
+    return result == expected ? m_sinks.back().get() : nullptr;
+  }
+  void TearDown() override {
+    for (int32_t id : m_clients) EXPECT_EQ(MDC_Destroy(id), 0);
+  }
+
+  std::string m_address = netcam_test::UniqueLoopbackAddress(0);
+  std::unique_ptr<camsim::RtspServer> m_server = std::make_unique<camsim::RtspServer>(TestConfig(m_address));
+  std::vector<std::unique_ptr<Sink>> m_sinks;  // outlive the clients, which TearDown ends
+  std::vector<int32_t> m_clients;
+};
+
+TEST_F(RtspServerTest, LiveCodecsPlayForTheRightCredentialsOnly) {
+  for (const std::string codec : {"h264", "h265"}) {
+    Sink* sink = Open(Url("videocodec=" + codec + "&camera=1"));
+    ASSERT_TRUE(sink && sink->WaitForPackets(25)) << codec;
+    std::lock_guard<std::mutex> lock(sink->mutex);
+    EXPECT_NE(sink->sdp.find(codec == "h264" ? "H264/90000" : "H265/90000"), std::string::npos) << sink->sdp;
+    EXPECT_NE(sink->sdp.find(codec == "h264" ? "sprop-parameter-sets=" : "sprop-vps="), std::string::npos);
+    EXPECT_TRUE(sink->messages.empty()) << codec;
+  }
+  struct Refusal {
+    std::string url;
+    int32_t result;
+  } refusals[] = {{Url("videocodec=h264", "root:wrong"), int32_t(MDC_ERR_AUTH)},
+                  {Url("recordingid=nope"), int32_t(MDC_ERR_STATUS)}};
+  for (const Refusal& refusal : refusals) Open(refusal.url, refusal.result);
 }
 
-TEST_F(RtspServerTest, DisconnectAllAndStopCloseEveryConnection) {
-  RtspExchange first("root", "p@ss:word"), second("root", "p@ss:word"), again("root", "p@ss:word");
-  ASSERT_TRUE(first.Connect(m_address, m_server->Port()) && second.Connect(m_address, m_server->Port()));
-  PlayLive(&first, Url("videocodec=h264"));
-  PlayLive(&second, Url("videocodec=h265"));
-  for (int i = 0; i < 1500 && m_server->ClientCount() != 2; ++i) std::this_thread::sleep_for(20ms);
+// 35 s into the recording, 4 s long, paused on the way: exactly the 100
+// pictures of the span, none repeated, then the server ends the stream.
+TEST_F(RtspServerTest, RecordingPlaysTheClockRangeAcrossAPauseToItsEnd) {
+  MDC_PlayInfoV1 outside{1, 1, 0, 1.0f, 0, (kRecordingStart + 200) * 1e6, (kRecordingStart + 210) * 1e6};
+  Open(Url(std::string("recordingid=") + kRecordingId), int32_t(MDC_ERR_STATUS), &outside);
+  MDC_PlayInfoV1 info{1, 1, 0, 1.0f, 0, (kRecordingStart + 35) * 1e6, (kRecordingStart + 39) * 1e6};
+  Sink* played = Open(Url(std::string("recordingid=") + kRecordingId), 0, &info);
+  ASSERT_TRUE(played);
+  Sink& sink = *played;
+  const int32_t id = m_clients.back();
+  ASSERT_TRUE(sink.WaitFor([&] { return sink.frames.size() >= 20; }));
+  MDC_StatusChange change{};
+  change.kind = MDC_STATUS_PAUSE;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
+  change.kind = MDC_STATUS_RESUME;
+  EXPECT_EQ(MDC_ChangeStatus(id, &change), 0);
+  ASSERT_TRUE(sink.WaitForMessage(MDC_MSG_COMPLETE));
+  std::lock_guard<std::mutex> lock(sink.mutex);
+  EXPECT_EQ(std::set<uint32_t>(sink.frames.begin(), sink.frames.end()).size(), sink.frames.size());
+  EXPECT_EQ(sink.frames.size(), 100u);
+  EXPECT_EQ(sink.frames.back() - sink.frames.front(), 99u * 90000 / 25);
+  EXPECT_EQ(m_server->ControlRequests(),
+            (std::vector<std::string>{"PLAY clock=20240621T151800.000Z-20240621T151804.000Z", "PAUSE", "PLAY"}));
+}
+
+TEST_F(RtspServerTest, DisconnectAllAndStopEndEverySession) {
+  Sink* first = Open(Url("videocodec=h264"));
+  Sink* second = Open(Url("videocodec=h265"));
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(m_server->ClientCount(), 2);  // each open returned after PLAY was answered
   m_server->DisconnectAll();
-  for (RtspExchange* exchange : {&first, &second}) {
-    // Packets already on their way may still come; then the connection ends.
-    while (exchange->Receive(10s).channel >= 0) {
-    }
-    EXPECT_TRUE(exchange->Closed());
-  }
+  EXPECT_TRUE(first->WaitForMessage(MDC_MSG_CLOSED) && second->WaitForMessage(MDC_MSG_CLOSED));
   // The camera is back: a new client plays again, until Stop ends it too (twice is harmless).
-  ASSERT_TRUE(again.Connect(m_address, m_server->Port()));
-  PlayLive(&again, Url("videocodec=h264"));
+  Sink* again = Open(Url("videocodec=h264"));
+  ASSERT_TRUE(again);
   m_server->Stop();
-  while (again.Receive(10s).channel >= 0) {
-  }
-  EXPECT_TRUE(again.Closed());
+  EXPECT_TRUE(again->WaitForMessage(MDC_MSG_CLOSED));
   m_server->Stop();
-}
-
-TEST(RtspServerStartTest, AnAddressInUseIsAClearError) {
-  const std::string address = netcam_test::UniqueLoopbackAddress(0);
-  camsim::RtspServer first(TestConfig(address));
-  std::string error;
-  ASSERT_TRUE(first.Start(&error)) << error;
-  camsim::RtspConfig same = TestConfig(address);
-  same.port = first.Port();
-  EXPECT_FALSE(camsim::RtspServer(same).Start(&error));
-  EXPECT_NE(error.find("cannot listen on " + address), std::string::npos) << error;
 }
 
 }  // namespace
-}  // namespace camsim_test

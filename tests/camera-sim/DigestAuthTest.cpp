@@ -1,4 +1,5 @@
-// Digest verification as pure code: the known answer, and each way a request is refused.
+// Digest verification as pure code: each way a request is refused. libcurl's own Digest
+// against the running camera (HttpCore) checks the answer itself.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -10,12 +11,6 @@ namespace {
 
 constexpr const char* kRealm = "AXIS_B8A44F9D7D55";
 constexpr const char* kUri = "/axis-cgi/ptz.cgi?query=position";
-
-TEST(DigestMath, MatchesTheWorkedExampleOfRfc2617) {
-  EXPECT_EQ(DigestResponse("Mufasa", "testrealm@host.com", "Circle Of Life", "GET", "/dir/index.html",
-                           "dcd98b7102dd2f0e8b11d0f600bfb0c093", "00000001", "0a4f113b", "auth"),
-            "6629fae49393a05397450978507c4ef1");
-}
 
 // One client answer; each field can be made wrong on its own.
 struct Answer {
@@ -55,7 +50,6 @@ TEST_F(DigestAuthenticatorTest, AcceptsTheRightAnswerOncePerNonceCountAndRefuses
                                  {Answer{.qop = "auth-int"}, DigestVerdict::Malformed}}) {
     EXPECT_EQ(Verify(IssueNonce(), answer), verdict) << ToString(verdict);
   }
-  EXPECT_EQ(auth_.Verify("GET", "/axis-cgi/ptz.cgi", "Basic cm9vdDpwYXNz", "root", "pass"), DigestVerdict::Missing);
   EXPECT_EQ(Verify("0123456789abcdef"), DigestVerdict::UnknownNonce);
   const std::string old = IssueNonce();
   now_ += std::chrono::seconds(301);

@@ -1,4 +1,5 @@
-// com/ptz.cgi and com/ptzconfig.cgi: the position text the plug-in parses, moves over time, presets.
+// com/ptz.cgi: the position text the plug-in parses and moves over time; presets are stored with the
+// camera's state (TimeAndNtpTest).
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -44,27 +45,11 @@ TEST_F(Ptz, AbsoluteAndContinuousMovesShowInThePosition) {
   EXPECT_EQ(position["zoom"], "2500");
   EXPECT_EQ(Command("ptz.cgi?continuouspantiltmove=30,0"), 204);
   EXPECT_TRUE(Eventually("pan", [](double pan) { return pan > -40; }));
-  // The plug-in's zoom step: an absolute zoom with a zoom speed, then a stop with move=stop.
-  EXPECT_EQ(Command("ptz.cgi?zoom=100&continuouszoommove=4"), 204);
-  EXPECT_TRUE(Eventually("zoom", [](double zoom) { return zoom > 100; }));
   EXPECT_EQ(Command("ptz.cgi?move=stop&speed=0"), 204);
   position = Position();
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(Position(), position);
-  EXPECT_EQ(Command("ptz.cgi?continuouspantiltmove=0,-100"), 204);  // tilt stops at its limit
-  EXPECT_TRUE(Eventually("tilt", [](double tilt) { return tilt == -90; }));
   EXPECT_EQ(Command("ptz.cgi?pan=999"), 400);
-}
-
-TEST_F(Ptz, ServerPresetsStoreAndRecallPositions) {
-  EXPECT_EQ(Command("ptz.cgi?pan=10&tilt=5&zoom=300"), 204);
-  EXPECT_EQ(Command("ptzconfig.cgi?setserverpresetno=3&setserverpresetname=Gate"), 204);
-  EXPECT_EQ(Command("ptz.cgi?pan=-100&tilt=0&zoom=1"), 204);
-  EXPECT_EQ(Command("ptz.cgi?gotoserverpresetno=3"), 204);
-  EXPECT_DOUBLE_EQ(std::stod(Position()["pan"]), 10);
-  EXPECT_NE(GetPath("/axis-cgi/com/ptz.cgi?query=presetposall").body.find("presetposno3=Gate"), std::string::npos);
-  EXPECT_EQ(Command("ptzconfig.cgi?removeserverpresetno=3"), 204);
-  EXPECT_EQ(Command("ptz.cgi?gotoserverpresetno=3"), 400);
 }
 
 TEST_F(Ptz, ACameraWithoutPtzHasNoPtzCgi) {

@@ -21,15 +21,6 @@ class TimeAndNtp : public CameraTest {
   std::string Date() { return GetPath("/axis-cgi/admin/date.cgi?action=get").body.substr(0, 18); }
 };
 
-TEST_F(TimeAndNtp, DateSetMovesTheCameraClock) {
-  Reply set = GetPath("/axis-cgi/admin/date.cgi?action=set&year=2031&month=2&day=3&hour=4&minute=5&second=6");
-  EXPECT_EQ(set.body, "OK\r\n");
-  EXPECT_EQ(Date(), "Feb 03, 2031 04:05");
-  EXPECT_EQ(GetPath("/axis-cgi/admin/date.cgi?action=set&year=2031&month=2&day=30&hour=0&minute=0&second=0").status,
-            400);
-  EXPECT_EQ(Date(), "Feb 03, 2031 04:05");
-}
-
 TEST_F(TimeAndNtp, PluginBodiesSetAndReadTheStaticServer) {
   EXPECT_EQ(Info("/data/client/enabled"), "true");
   EXPECT_EQ(Ntp("setNTPClientConfiguration",
@@ -41,14 +32,13 @@ TEST_F(TimeAndNtp, PluginBodiesSetAndReadTheStaticServer) {
   Ntp("setNTPClientConfiguration", R"({"staticServers":["null",null],"enabled":false})");
   EXPECT_EQ(Info("/data/client/enabled"), "false");
   EXPECT_EQ(Info("/data/client/staticServers/0"), "null");
-  // Bad requests get the API's error codes and change nothing.
+  // A bad request gets the API's error code and changes nothing.
   EXPECT_EQ(Ntp("setNTPClientConfiguration", R"({"staticServers":["a b"]})"), "4002");
-  EXPECT_EQ(Ntp("setNTPServer"), "2004");
   EXPECT_EQ(Info("/data/client/staticServers/0"), "null");
 }
 
-// Everything the plug-in sets survives a restart with a state directory: NTP,
-// clock, presets, schedules; and a broken state file is reported, not ignored.
+// What the plug-in sets (NTP, the clock, presets) takes effect and survives a
+// restart with a state directory; a broken state file is reported, not ignored.
 TEST_F(TimeAndNtp, StateDirectoryKeepsSettingsAcrossARestart) {
   const std::string dir = ::testing::TempDir() + "camsim-state-" + config_.address;
   std::filesystem::remove_all(dir);
@@ -58,23 +48,10 @@ TEST_F(TimeAndNtp, StateDirectoryKeepsSettingsAcrossARestart) {
   Ntp("setNTPClientConfiguration", R"({"staticServers":["kept.example"],"enabled":true})");
   GetPath("/axis-cgi/admin/date.cgi?action=set&year=2033&month=3&day=3&hour=3&minute=3&second=3");
   GetPath("/axis-cgi/com/ptzconfig.cgi?setserverpresetno=2&setserverpresetname=Door");
-  const std::string schedule = R"(<?xml version="1.0"?><Envelope xmlns="http://www.w3.org/2003/05/soap-envelope"><Body>
-    <AddScheduledEvent xmlns="http://www.axis.com/vapix/ws/event1"><NewScheduledEvent><Name>Kept</Name><Schedule>
-    <ICalendar Dialect="http://www.axis.com/vapix/ws/ical1">DTSTART:19700101T080000</ICalendar></Schedule>
-    </NewScheduledEvent></AddScheduledEvent></Body></Envelope>)";
-  const std::string added = PostPath("/vapix/services", schedule).body;
-  const size_t at = added.find("com.axis.schedules.genid.id");
-  ASSERT_NE(at, std::string::npos) << added;
-  const std::string id = added.substr(at, added.find('<', at) - at);
   Restart(config);
   EXPECT_EQ(Info("/data/client/staticServers/0"), "kept.example");
   EXPECT_EQ(Date().substr(0, 12), "Mar 03, 2033");
   EXPECT_NE(GetPath("/axis-cgi/com/ptz.cgi?query=presetposall").body.find("presetposno2=Door"), std::string::npos);
-  EXPECT_NE(PostPath("/vapix/services", R"(<Envelope xmlns="http://www.w3.org/2003/05/soap-envelope"><Body>
-    <GetScheduledEvents xmlns="http://www.axis.com/vapix/ws/event1"/></Body></Envelope>)")
-                .body.find(id + "<"),
-            std::string::npos);
-  EXPECT_EQ(PostPath("/vapix/services", schedule).body.find(id + "<"), std::string::npos);  // ids are not reused
   camera_->Stop();
   std::filesystem::resize_file(dir + "/camera-state.json", 10);
   camsim::Camera camera(config_);

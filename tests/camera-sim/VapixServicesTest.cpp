@@ -17,13 +17,13 @@ constexpr const char* kBody = "/SOAP-ENV:Envelope/SOAP-ENV:Body/";
 class VapixServices : public CameraTest {
  protected:
   pugi::xml_document Soap(const std::string& service, const std::string& operation, const std::string& inner,
-                          long expectedStatus = 200, const std::string& bodyAttributes = "") {
+                          const std::string& bodyAttributes = "") {
     Reply reply = PostPath("/vapix/services",
                            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Envelope "
                            "xmlns=\"http://www.w3.org/2003/05/soap-envelope\">\n <Header/>\n <Body " +
                                bodyAttributes + ">\n  <" + operation + " xmlns=\"" + service + "\">" + inner + "</" +
                                operation + ">\n </Body>\n</Envelope>");
-    EXPECT_EQ(reply.status, expectedStatus) << reply.body;
+    EXPECT_EQ(reply.status, 200) << reply.body;
     EXPECT_EQ(reply.contentType.rfind("application/soap+xml", 0), 0u) << reply.contentType;
     pugi::xml_document doc;
     EXPECT_TRUE(doc.load_string(reply.body.c_str())) << reply.body;
@@ -48,7 +48,7 @@ class VapixServices : public CameraTest {
                 "aa:AddActionConfigurationResponse/aa:ConfigurationID");
   }
   // Prefixes on the Body, default namespaces inside, as the plug-in sends it.
-  pugi::xml_document AddRule(const std::string& configurationId, const std::string& eventId, long status = 200) {
+  pugi::xml_document AddRule(const std::string& configurationId, const std::string& eventId) {
     return Soap(kAction, "AddActionRule",
                 "<NewActionRule><Name>Rule</Name><Enabled>true</Enabled><!-- No start event --><Conditions><Condition>"
                 "<TopicExpression Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Concrete\" "
@@ -58,7 +58,6 @@ class VapixServices : public CameraTest {
                 "xmlns=\"http://docs.oasis-open.org/wsn/b-2\">boolean(//SimpleItem[@Name=\"id\" and @Value=\"" +
                     eventId + "\"])</MessageContent></Condition></Conditions><PrimaryAction>" + configurationId +
                     "</PrimaryAction></NewActionRule>",
-                status,
                 "xmlns:act=\"http://www.axis.com/vapix/ws/action1\" xmlns:tns1=\"http://www.onvif.org/ver10/topics\" "
                 "xmlns:tnsaxis=\"http://www.axis.com/2009/event/topics\"");
   }
@@ -91,20 +90,6 @@ TEST_F(VapixServices, ScheduleConfigurationAndRuleRoundTrip) {
             "tns1:UserAlarm/tnsaxis:Recurring/Interval");
   // The camera's own rules (motion recording) are listed beside ours.
   EXPECT_EQ(rules.select_nodes("//aa:ActionRule").size(), 3u);
-
-  Soap(kAction, "RemoveActionRule", "<RuleID>" + ruleId + "</RuleID>");
-  Soap(kAction, "RemoveActionConfiguration", "<ConfigurationID>" + configurationId + "</ConfigurationID>");
-  Soap(kEvent, "RemoveScheduledEvent", "<EventID>" + eventId + "</EventID>");
-  EXPECT_EQ(Text(Soap(kEvent, "GetScheduledEvents", ""), event), "");
-  EXPECT_EQ(Soap(kAction, "GetActionRules", "").select_nodes("//aa:ActionRule").size(), 2u);
-}
-
-TEST_F(VapixServices, UnknownOperationsAndIdsGetSoapFaults) {
-  for (const auto& fault : {Soap(kAction, "Reboot", "", 400), AddRule("999", "com.axis.schedules.genid.id1", 400)}) {
-    EXPECT_EQ(Text(fault, "SOAP-ENV:Fault/SOAP-ENV:Code/SOAP-ENV:Value"), "SOAP-ENV:Sender");
-    EXPECT_TRUE(fault.select_node("//SOAP-ENV:Fault/SOAP-ENV:Reason/SOAP-ENV:Text"));
-  }
-  EXPECT_EQ(Soap(kAction, "GetActionRules", "").select_nodes("//aa:ActionRule").size(), 2u);  // nothing half-added
 }
 
 }  // namespace

@@ -25,30 +25,34 @@ struct Sink {
   std::vector<int> types;
   std::string sdp;
   std::vector<int> messages;
+  std::vector<uint32_t> frames;  // the RTP timestamp of each video picture, in arrival order
   // Set by a test once MDC_Close returned: any later callback is counted.
   std::atomic<bool> closeReturned{false};
   std::atomic<int> afterClose{0};
 
   static void OnData(int32_t, int32_t type, const uint8_t* data, int32_t length, void* user) {
-    static_cast<Sink*>(user)->Record(&Sink::types, type, type == MDC_DATA_SDP ? data : nullptr, length);
+    static_cast<Sink*>(user)->Record(&Sink::types, type, data, length);
   }
   static void OnMessage(int32_t, int32_t type, const char*, int32_t, void* user) {
     static_cast<Sink*>(user)->Record(&Sink::messages, type, nullptr, 0);
   }
-  void Record(std::vector<int> Sink::*list, int type, const uint8_t* sdpText, int32_t length) {
+  void Record(std::vector<int> Sink::*list, int type, const uint8_t* data, int32_t length) {
     if (closeReturned) ++afterClose;
     std::lock_guard<std::mutex> lock(mutex);
-    if (sdpText != nullptr) sdp.assign(reinterpret_cast<const char*>(sdpText), static_cast<size_t>(length));
+    if (list == &Sink::types && type == MDC_DATA_SDP) sdp.assign(reinterpret_cast<const char*>(data), size_t(length));
+    if (list == &Sink::types && type == MDC_DATA_VIDEO && length >= 8) {
+      const uint32_t timestamp = uint32_t{data[4]} << 24 | uint32_t{data[5]} << 16 | uint32_t{data[6]} << 8 | data[7];
+      if (frames.empty() || frames.back() != timestamp) frames.push_back(timestamp);
+    }
     (this->*list).push_back(type);
     changed.notify_all();
   }
-  size_t Count(int type) const { return static_cast<size_t>(std::count(types.begin(), types.end(), type)); }
   bool WaitFor(const std::function<bool()>& condition) {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, kPatience, condition);
   }
   bool WaitForPackets(size_t count) {
-    return WaitFor([&] { return Count(MDC_DATA_VIDEO) >= count; });
+    return WaitFor([&] { return size_t(std::count(types.begin(), types.end(), MDC_DATA_VIDEO)) >= count; });
   }
   // Any message, or one of `type`.
   bool WaitForMessage(int type = -1) {

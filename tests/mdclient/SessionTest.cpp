@@ -1,20 +1,13 @@
 // MDClient against a scripted RTSP peer on a private loopback address.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ClientSink.h"
-#include "LoopbackAddress.h"
 #include "MDClient.h"
 #include "RtspTestPeer.h"
 
@@ -61,11 +54,6 @@ TEST(MdcApiTest, RejectsBadArgumentsAndUnknownIds) {
   EXPECT_NE(next, id);
   EXPECT_EQ(MDC_Destroy(id), kNoSession);
   EXPECT_EQ(MDC_Destroy(next), 0);
-  // The version is cut to the caller's buffer, never written past it.
-  char tiny[8];
-  EXPECT_NE(MDC_GetVersion(tiny, sizeof tiny), 0);
-  EXPECT_EQ(std::strlen(tiny), 7u);
-  EXPECT_NE(MDC_GetVersion(nullptr, 10), 0);
 }
 
 TEST(MdcSessionTest, OpensWithDigestAfter401AndDeliversEachChannelWithItsType) {
@@ -128,16 +116,8 @@ TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
        int32_t(MDC_ERR_TIMEOUT)},
       {"refused", nullptr, "", int32_t(MDC_ERR_CONNECT)},
   };
-  // A bound socket that never listens: connecting to it is refused.
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in local{};
-  local.sin_family = AF_INET;
-  socklen_t length = sizeof local;
-  ::inet_pton(AF_INET, netcam_test::UniqueLoopbackAddress(0).c_str(), &local.sin_addr);
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
-  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length), 0);
-  const std::string refused =
-      "rtsp://" + std::string(::inet_ntoa(local.sin_addr)) + ":" + std::to_string(ntohs(local.sin_port)) + "/x";
+  // The address of a peer that is gone: connecting to it is refused.
+  const std::string refused = ScriptedRtspPeer([](PeerConnection&, const RtspText&) {}).Url();
   for (const Case& c : cases) {
     ScriptedRtspPeer peer(c.script);
     Sink sink;
@@ -148,7 +128,6 @@ TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
     EXPECT_EQ(MDC_Destroy(id), 0) << c.name;
     EXPECT_TRUE(sink.messages.empty()) << c.name;
   }
-  ::close(fd);
 }
 
 TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
@@ -173,11 +152,14 @@ TEST(MdcSessionTest, PlayCarriesClockRangeAndStatusChangesFollow) {
     change.speed = step.speed;
     EXPECT_EQ(MDC_ChangeStatus(id, &change), step.expected) << step.kind;
   }
-  EXPECT_EQ(MDC_Close(id), 0);
+  EXPECT_EQ(MDC_Close(id), 0);  // while the peer streams
+  sink.closeReturned = true;
   MDC_StatusChange pause{};
   pause.kind = MDC_STATUS_PAUSE;
   EXPECT_EQ(MDC_ChangeStatus(id, &pause), static_cast<int32_t>(MDC_ERR_STATE));
   EXPECT_EQ(MDC_Destroy(id), 0);
+  EXPECT_EQ(sink.afterClose, 0);
+  EXPECT_EQ(sink.messages, std::vector<int>{});  // no message for our own close
 
   std::vector<RtspText> plays = peer.RequestsOf("PLAY");
   ASSERT_EQ(plays.size(), 3u);
@@ -238,13 +220,6 @@ TEST(MdcSessionTest, ReportsWhatTheServerDidOnceEach) {
          connection.Send(junk);
        },
        MDC_MSG_CLOSED},
-      {"endless header",
-       [](PeerConnection& connection) {
-         connection.Send("RTSP/1.0 200 OK\r\nX-Pad: ");
-         for (int i = 0; i < 8 && connection.Send(std::string(16384, 'x')); ++i) {
-         }
-       },
-       MDC_MSG_CLOSED},
   };
   for (const Case& c : cases) {
     ScriptedRtspPeer peer(CameraScript({.afterPlay = c.afterPlay}));
@@ -289,28 +264,6 @@ TEST(MdcSessionTest, CloseFromInsideOwnCallbackDoesNotDeadlock) {
   EXPECT_TRUE(Eventually([&] { return !peer.RequestsOf("TEARDOWN").empty(); }));
   EXPECT_EQ(state.afterClose, 0);
   EXPECT_EQ(MDC_Destroy(id), kNoSession);
-}
-
-TEST(MdcSessionTest, ManyOpenCloseCyclesWithDataFlowing) {
-  ScriptedRtspPeer peer(CameraScript({}));
-  std::vector<std::unique_ptr<Sink>> sinks;
-  for (int cycle = 0; cycle < 200; ++cycle) {
-    sinks.push_back(std::make_unique<Sink>());
-    Sink& sink = *sinks.back();
-    int32_t result = -1;
-    int32_t id = OpenClient(peer.Url(), sink, &result);
-    ASSERT_EQ(result, 0) << "cycle " << cycle;
-    ASSERT_TRUE(sink.WaitForPackets(1 + cycle % 3)) << "cycle " << cycle;
-    ASSERT_EQ(cycle % 2 == 0 ? MDC_Close(id) : MDC_Destroy(id), 0);
-    sink.closeReturned = true;
-    if (cycle % 2 == 0) {
-      ASSERT_EQ(MDC_Destroy(id), 0);
-    }
-  }
-  for (size_t i = 0; i < sinks.size(); ++i) {
-    EXPECT_EQ(sinks[i]->afterClose, 0) << "cycle " << i;
-    EXPECT_TRUE(sinks[i]->messages.empty()) << "cycle " << i;  // no message for our own close
-  }
 }
 
 }  // namespace

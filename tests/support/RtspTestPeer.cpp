@@ -41,6 +41,11 @@ std::string Quoted(const std::string& header, const std::string& name) {
                                                                                  start - name.size() - 2);
 }
 
+std::string DigestAnswer(const std::string& user, const std::string& realm, const std::string& password,
+                         const std::string& method, const std::string& uri, const std::string& nonce) {
+  return Md5(Md5(user + ":" + realm + ":" + password) + ":" + nonce + ":" + Md5(method + ":" + uri));
+}
+
 }  // namespace
 
 std::string RtspText::Header(const std::string& name) const {
@@ -50,16 +55,9 @@ std::string RtspText::Header(const std::string& name) const {
   return head.substr(start, head.find("\r\n", start) - start);
 }
 
-std::string DigestAnswer(const std::string& user, const std::string& realm, const std::string& password,
-                         const std::string& method, const std::string& uri, const std::string& nonce) {
-  return Md5(Md5(user + ":" + realm + ":" + password) + ":" + nonce + ":" + Md5(method + ":" + uri));
-}
+PeerConnection::~PeerConnection() { ::close(m_fd); }
 
-RtspLink::~RtspLink() {
-  if (m_fd >= 0) ::close(m_fd);
-}
-
-bool RtspLink::Send(const std::string& bytes) {
+bool PeerConnection::Send(const std::string& bytes) {
   for (size_t sent = 0; sent < bytes.size();) {
     const ssize_t n = ::send(m_fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
     if (n <= 0) return false;
@@ -68,38 +66,33 @@ bool RtspLink::Send(const std::string& bytes) {
   return true;
 }
 
-bool RtspLink::SendInterleaved(uint8_t channel, const std::vector<uint8_t>& payload) {
+bool PeerConnection::SendInterleaved(uint8_t channel, const std::vector<uint8_t>& payload) {
   std::string frame = {'$', static_cast<char>(channel), static_cast<char>(payload.size() >> 8),
                        static_cast<char>(payload.size() & 0xff)};
   return Send(frame.append(payload.begin(), payload.end()));
 }
 
-// Reads until `ready`, moving each whole message or packet to its queue.
-bool RtspLink::WaitFor(const std::function<bool()>& ready, milliseconds timeout) {
+// Reads until one whole request is buffered, dropping '$'-framed packets on the way.
+bool PeerConnection::NextMessage(RtspText* message, milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (!ready()) {
+  for (;;) {
     const size_t end = m_buffer.find("\r\n\r\n");
     if (m_buffer.size() >= 4 && m_buffer[0] == '$') {
-      const size_t length = (static_cast<uint8_t>(m_buffer[2]) << 8) | static_cast<uint8_t>(m_buffer[3]);
-      if (m_buffer.size() >= 4 + length) {
-        m_packets.push_back({static_cast<uint8_t>(m_buffer[1]), {m_buffer.begin() + 4, m_buffer.begin() + 4 + length}});
-        m_buffer.erase(0, 4 + length);
+      const size_t length = 4 + ((static_cast<uint8_t>(m_buffer[2]) << 8) | static_cast<uint8_t>(m_buffer[3]));
+      if (m_buffer.size() >= length) {
+        m_buffer.erase(0, length);
         continue;
       }
     } else if (!m_buffer.empty() && m_buffer[0] != '$' && end != std::string::npos) {
-      RtspText message;
-      message.head = m_buffer.substr(0, end + 2);
-      const size_t length = static_cast<size_t>(std::atoi(message.Header("Content-Length").c_str()));
+      message->head = m_buffer.substr(0, end + 2);
+      const size_t length = static_cast<size_t>(std::atoi(message->Header("Content-Length").c_str()));
       if (m_buffer.size() >= end + 4 + length) {
-        message.body = m_buffer.substr(end + 4, length);
+        message->body = m_buffer.substr(end + 4, length);
         m_buffer.erase(0, end + 4 + length);
-        const size_t space = message.head.find(' ');
-        message.status = message.head.rfind("RTSP/1.0 ", 0) == 0 ? std::atoi(message.head.c_str() + space + 1) : 0;
-        message.method = message.status ? "" : message.head.substr(0, space);
-        message.uri =
-            message.status ? "" : message.head.substr(space + 1, message.head.find(' ', space + 1) - space - 1);
-        m_messages.push_back(std::move(message));
-        continue;
+        const size_t space = message->head.find(' ');
+        message->method = message->head.substr(0, space);
+        message->uri = message->head.substr(space + 1, message->head.find(' ', space + 1) - space - 1);
+        return true;
       }
     }
     const int left =
@@ -111,53 +104,6 @@ bool RtspLink::WaitFor(const std::function<bool()>& ready, milliseconds timeout)
     if (got <= 0) return !(m_closed = true);
     m_buffer.append(chunk, static_cast<size_t>(got));
   }
-  return true;
-}
-
-bool RtspLink::NextMessage(RtspText* message, milliseconds timeout) {
-  if (!WaitFor([&] { return !m_messages.empty(); }, timeout)) return false;
-  *message = std::move(m_messages.front());
-  m_messages.pop_front();
-  return true;
-}
-
-InterleavedPacket RtspLink::Receive(milliseconds timeout) {
-  if (!WaitFor([&] { return !m_packets.empty(); }, timeout)) return {};
-  InterleavedPacket packet = std::move(m_packets.front());
-  m_packets.pop_front();
-  return packet;
-}
-
-bool RtspExchange::Connect(const std::string& address, uint16_t port) {
-  m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  return m_fd >= 0 && ::inet_pton(AF_INET, address.c_str(), &to.sin_addr) == 1 &&
-         ::connect(m_fd, reinterpret_cast<sockaddr*>(&to), sizeof to) == 0;
-}
-
-RtspText RtspExchange::Request(const std::string& method, const std::string& url, const std::string& extraHeaders) {
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    std::string request = method + " " + url + " RTSP/1.0\r\nCSeq: " + std::to_string(++m_cseq) + "\r\n";
-    if (!m_nonce.empty()) {
-      request += "Authorization: Digest username=\"" + m_user + "\", realm=\"" + m_realm + "\", nonce=\"" + m_nonce +
-                 "\", uri=\"" + url + "\", response=\"" +
-                 DigestAnswer(m_user, m_realm, m_password, method, url, m_nonce) + "\"\r\n";
-    }
-    if (!m_session.empty()) request += "Session: " + m_session + "\r\n";
-    RtspText answer;
-    if (!Send(request + extraHeaders + "\r\n") || !NextMessage(&answer, std::chrono::seconds(30))) return {};
-    const std::string challenge = answer.Header("WWW-Authenticate"), session = answer.Header("Session");
-    if (answer.status == 401 && attempt == 0 && !Quoted(challenge, "nonce").empty()) {
-      m_realm = Quoted(challenge, "realm");
-      m_nonce = Quoted(challenge, "nonce");
-      continue;
-    }
-    if (!session.empty()) m_session = session.substr(0, session.find(';'));
-    return answer;
-  }
-  return {};
 }
 
 void PeerConnection::Reply(const RtspText& request, int status, const std::string& extraHeaders,
@@ -257,12 +203,10 @@ ScriptedRtspPeer::Script CameraScript(CameraBehaviour behaviour) {
                        std::string("Public: OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, ") +
                            (behaviour.offerGetParameter ? "GET_PARAMETER, " : "") + "TEARDOWN\r\n");
     } else if (request.method == "DESCRIBE") {
-      connection.Reply(request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n",
-                       "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Session\r\nt=0 "
-                       "0\r\na=control:*\r\n"
-                       "m=video 0 RTP/AVP 96\r\na=rtpmap:96 "
-                       "H264/90000\r\na=control:trackID=1\r\n" +
-                           std::string(behaviour.withAudio ? "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n" : ""));
+      connection.Reply(
+          request, 200, "Content-Base: " + request.uri + "/\r\nContent-Type: application/sdp\r\n",
+          "v=0\r\na=control:*\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=1\r\n" +
+              std::string(behaviour.withAudio ? "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n" : ""));
     } else if (request.method == "SETUP") {
       connection.Reply(request, 200, "Transport: " + request.Header("Transport") + ";ssrc=1234\r\n" + session);
     } else if (request.method == "PLAY") {
