@@ -390,10 +390,10 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseFindDeviceLog(PluginDeviceHandl
   return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handle, const char* /*request*/,
-                                                        uint32_t /*requestLength*/, char* /*response*/,
-                                                        uint32_t* /*responseLength*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handle, const char* request,
+                                                        uint32_t requestLength, char* response,
+                                                        uint32_t* responseLength) {
+  return handle == nullptr ? 0 : Device(handle)->TransMethod(request, requestLength, response, responseLength);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetNtpCfg(PluginDeviceHandle handle, const DeviceNtpConfig* config) {
