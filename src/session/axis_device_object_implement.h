@@ -21,6 +21,7 @@
 #include "MuxConvert.h"
 #include "kor.h"
 #include "netcam_plugin.h"
+#include "schedule/StreamProfiles.h"
 
 namespace Tarn::Proto {
 class IProto;
