@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "RapidJsonProto.h"
 #include "schedule/ScheduleCalendar.h"
 #include "schedule/SoapServices.h"
 
@@ -62,21 +61,6 @@ int FuzzCalendar(const uint8_t* data, size_t size) {
   // What the builder writes, the reader reads back the same.
   WeeklySchedule again;
   for (const std::string& calendar : schedule::BuildCalendars(schedule)) schedule::ReadCalendar(calendar, again);
-  return 0;
-}
-
-int FuzzTransMethod(const uint8_t* data, size_t size) {
-  // Not opened: the camera requests fail at once, so only the command text is exercised.
-  static CPlgDeviceObjectImplement device;
-  std::vector<char> response(1 << 20, '\0');
-  uint32_t length = 0;
-  const int32_t result = device.TransMethod(reinterpret_cast<const char*>(data), static_cast<uint32_t>(size),
-                                            response.data(), &length);
-  Check(result >= -2 && result <= 1);
-  if (result != -1 || length != 0) {
-    Tarn::Proto::CRapidJsonProto answer;
-    Check(answer.set_str(std::string(response.data(), length)));
-  }
   return 0;
 }
 
