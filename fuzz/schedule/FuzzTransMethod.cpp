@@ -23,8 +23,8 @@ int FuzzTransMethod(const uint8_t* data, size_t size) {
   static CPlgDeviceObjectImplement device;
   std::vector<char> response(1 << 20, '\0');
   uint32_t length = 0;
-  const int32_t result = device.TransMethod(reinterpret_cast<const char*>(data), static_cast<uint32_t>(size),
-                                            response.data(), &length);
+  const int32_t result =
+      device.TransMethod(reinterpret_cast<const char*>(data), static_cast<uint32_t>(size), response.data(), &length);
   Require(result >= -2 && result <= 1);
   if (result != -1 || length != 0) {
     Tarn::Proto::CRapidJsonProto answer;

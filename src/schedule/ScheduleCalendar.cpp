@@ -64,9 +64,10 @@ std::vector<std::string> BuildCalendars(const WeeklySchedule& schedule) {
       // Until midnight is written as 00:00 of the next day.
       const bool midnight = s.endHour == 23 && s.endMinute == 59;
       char text[128];
-      std::snprintf(text, sizeof text, "DTSTART:19700101T%02d%02d00\nDTEND:197001%02dT%02d%02d00\nRRULE:FREQ=WEEKLY;BYDAY=%s",
-                    s.startHour, s.startMinute, midnight ? 2 : 1, midnight ? 0 : s.endHour,
-                    midnight ? 0 : s.endMinute, kDayTokens[day]);
+      std::snprintf(text, sizeof text,
+                    "DTSTART:19700101T%02d%02d00\nDTEND:197001%02dT%02d%02d00\nRRULE:FREQ=WEEKLY;BYDAY=%s", s.startHour,
+                    s.startMinute, midnight ? 2 : 1, midnight ? 0 : s.endHour, midnight ? 0 : s.endMinute,
+                    kDayTokens[day]);
       calendars.emplace_back(text);
     }
   }

@@ -149,9 +149,9 @@ std::string AddActionRuleBody(const std::string& name, int32_t primaryAction,
         "\"]) and boolean(//SimpleItem[@Name=\"active\" and @Value=\"1\"])</MessageContent>\n"
         "     </Condition>\n";
   }
-  return std::string(kDeclaration) + kEnvelopeOpen + " <Body xmlns:act=\"" + kActionNs + "\" xmlns:aev=\"" +
-         kEventNs +
-         "\" xmlns:tns1=\"http://www.onvif.org/ver10/topics\" xmlns:tnsaxis=\"http://www.axis.com/2009/event/topics\">\n"
+  return std::string(kDeclaration) + kEnvelopeOpen + " <Body xmlns:act=\"" + kActionNs + "\" xmlns:aev=\"" + kEventNs +
+         "\" xmlns:tns1=\"http://www.onvif.org/ver10/topics\" "
+         "xmlns:tnsaxis=\"http://www.axis.com/2009/event/topics\">\n"
          "  <AddActionRule xmlns=\"" +
          kActionNs +
          "\">\n"

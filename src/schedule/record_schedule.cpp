@@ -83,7 +83,8 @@ bool CPlgDeviceObjectImplement::SetRecordSettingHelper(const std::vector<std::st
       return false;
     }
     PLG_INFO(
-        "[%s]AddActionConfigurations success, name[%s], action-cfg-id[%d], pre-duration[%d], post-duration[%d].[%s(%d)]",
+        "[%s]AddActionConfigurations success, name[%s], action-cfg-id[%d], pre-duration[%d], "
+        "post-duration[%d].[%s(%d)]",
         name.c_str(), configurationId, preDuration, postDuration);
     name = nextName();
     int32_t ruleId = 0;

@@ -98,8 +98,7 @@ bool CPlgDeviceObjectImplement::RemoveActionConfigurations(const std::vector<int
   for (int32_t id : configurationIds) {
     std::string answer;
     if (!SendHttpPostReqWithRsp(answer, url, schedule::RemoveActionConfigurationBody(id), User(), Password(), "")) {
-      PLG_ERROR("[%s]RemoveActionConfigurations failed, url[%s], rsp-data[%s].[%s(%d)]", url.c_str(),
-                answer.c_str());
+      PLG_ERROR("[%s]RemoveActionConfigurations failed, url[%s], rsp-data[%s].[%s(%d)]", url.c_str(), answer.c_str());
       return false;
     }
   }
@@ -108,8 +107,7 @@ bool CPlgDeviceObjectImplement::RemoveActionConfigurations(const std::vector<int
 
 bool CPlgDeviceObjectImplement::RemoveScheduledEvents(const std::vector<std::string>& eventIds) {
   if (eventIds.empty()) {
-    PLG_INFO("[%s]Input param invalid, schedule-event-id-size[%lld].[%s(%d)]",
-             static_cast<long long>(eventIds.size()));
+    PLG_INFO("[%s]Input param invalid, schedule-event-id-size[%lld].[%s(%d)]", static_cast<long long>(eventIds.size()));
     return true;
   }
   const std::string url = ServicesUrl(GetDeviceAddress());
@@ -117,8 +115,7 @@ bool CPlgDeviceObjectImplement::RemoveScheduledEvents(const std::vector<std::str
     std::string answer;
     if (!SendHttpPostReqWithRsp(answer, url, schedule::RemoveScheduledEventBody(id), User(), Password(), "")) {
       // The configurations' text, as the platform's log readers know it.
-      PLG_ERROR("[%s]RemoveActionConfigurations failed, url[%s], rsp-data[%s].[%s(%d)]", url.c_str(),
-                answer.c_str());
+      PLG_ERROR("[%s]RemoveActionConfigurations failed, url[%s], rsp-data[%s].[%s(%d)]", url.c_str(), answer.c_str());
       return false;
     }
   }

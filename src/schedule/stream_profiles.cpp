@@ -3,13 +3,14 @@
 #include <string>
 
 #include "RapidJsonProto.h"
-#include "session/PluginLog.h"
 #include "schedule/StreamProfiles.h"
+#include "session/PluginLog.h"
 #include "session/axis_device_object_implement.h"
 
 namespace {
 
-constexpr char kListProfilesBody[] = "{\"apiVersion\": \"1.0\", \"method\": \"list\", \"params\": {\"streamProfileName\": []}}";
+constexpr char kListProfilesBody[] =
+    "{\"apiVersion\": \"1.0\", \"method\": \"list\", \"params\": {\"streamProfileName\": []}}";
 
 }  // namespace
 

@@ -88,7 +88,8 @@ TEST_F(Schedule, EachOperationPostsItsBodyByteForByte) {
            "Concrete\" xmlns=\"http://docs.oasis-open.org/wsn/b-2\">tns1:UserAlarm/tnsaxis:Recurring/Interval"
            "</TopicExpression>\n      <MessageContent Dialect=\"http://www.onvif.org/ver10/tev/messageContentFilter/"
            "ItemFilter\" xmlns=\"http://docs.oasis-open.org/wsn/b-2\">boolean(//SimpleItem[@Name=\"id\" and @Value=\"" +
-           id + "\"]) and boolean(//SimpleItem[@Name=\"active\" and @Value=\"1\"])</MessageContent>\n     </Condition>\n";
+           id +
+           "\"]) and boolean(//SimpleItem[@Name=\"active\" and @Value=\"1\"])</MessageContent>\n     </Condition>\n";
   };
   const std::vector<std::string> expected = {
       head + "  <GetActionRules " + action + "/>\n" + kEnd,
@@ -97,7 +98,8 @@ TEST_F(Schedule, EachOperationPostsItsBodyByteForByte) {
       head + "  <AddScheduledEvent " + event +
           ">\n   <NewScheduledEvent>\n    <Name>n1</Name>\n    <Schedule>\n     <ICalendar "
           "Dialect=\"http://www.axis.com/vapix/ws/ical1\">DTSTART:19700101T080000\nDTEND:19700101T180000\nX"
-          "</ICalendar>\n    </Schedule>\n   </NewScheduledEvent>\n  </AddScheduledEvent>\n" + kEnd,
+          "</ICalendar>\n    </Schedule>\n   </NewScheduledEvent>\n  </AddScheduledEvent>\n" +
+          kEnd,
       head + "  <AddActionConfiguration " + action +
           ">\n   <NewActionConfiguration>\n    <Name>n2</Name>\n    <TemplateToken>"
           "com.axis.action.unlimited.recording.storage</TemplateToken>\n    <Parameters>\n"
@@ -105,37 +107,46 @@ TEST_F(Schedule, EachOperationPostsItsBodyByteForByte) {
           "     <Parameter Name=\"pre_duration\" Value=\"10000\"/>\n"
           "     <Parameter Name=\"post_duration\" Value=\"5000\"/>\n"
           "     <Parameter Name=\"storage_id\" Value=\"SD_DISK\"/>\n"
-          "    </Parameters>\n   </NewActionConfiguration>\n  </AddActionConfiguration>\n" + kEnd,
+          "    </Parameters>\n   </NewActionConfiguration>\n  </AddActionConfiguration>\n" +
+          kEnd,
       kDeclaration + kEnvelope +
           " <Body xmlns:act=\"http://www.axis.com/vapix/ws/action1\" xmlns:aev=\"http://www.axis.com/vapix/ws/event1\""
           " xmlns:tns1=\"http://www.onvif.org/ver10/topics\" xmlns:tnsaxis=\"http://www.axis.com/2009/event/topics\">\n"
-          "  <AddActionRule " + action +
+          "  <AddActionRule " +
+          action +
           ">\n   <NewActionRule>\n    <Name>n3</Name>\n    <Enabled>true</Enabled>\n    <!-- No start event -->\n"
-          "    <Conditions>\n" + condition(eventId) + condition("id-b") +
+          "    <Conditions>\n" +
+          condition(eventId) + condition("id-b") +
           "    </Conditions>\n    <PrimaryAction>3</PrimaryAction>\n   </NewActionRule>\n  </AddActionRule>\n" + kEnd,
       head + "  <RemoveActionRule " + action + ">\n   <RuleID>3</RuleID>\n  </RemoveActionRule>\n" + kEnd,
       head + "  <RemoveActionConfiguration " + action +
           ">\n   <ConfigurationID>3</ConfigurationID>\n  </RemoveActionConfiguration>\n" + kEnd,
-      head + "  <RemoveScheduledEvent " + event + ">\n   <EventID>com.axis.schedules.genid.id1</EventID>\n"
-          "  </RemoveScheduledEvent>\n" + kEnd,
+      head + "  <RemoveScheduledEvent " + event +
+          ">\n   <EventID>com.axis.schedules.genid.id1</EventID>\n"
+          "  </RemoveScheduledEvent>\n" +
+          kEnd,
   };
   EXPECT_EQ(Bodies(), expected);
 }
 
 TEST(ScheduleWalks, AnswersAreReadOrRefusedAsTheCameraMeantThem) {
-  const std::string rule = "<aa:RuleID>7</aa:RuleID><aa:Name>r</aa:Name><aa:Enabled>true</aa:Enabled>"
-                           "<aa:PrimaryAction>4</aa:PrimaryAction>";
-  const std::string genid = "<aa:Condition><wsnt:MessageContent>x@Value=\"com.axis.schedules.genid.id9\"]"
-                            "</wsnt:MessageContent></aa:Condition>";
+  const std::string rule =
+      "<aa:RuleID>7</aa:RuleID><aa:Name>r</aa:Name><aa:Enabled>true</aa:Enabled>"
+      "<aa:PrimaryAction>4</aa:PrimaryAction>";
+  const std::string genid =
+      "<aa:Condition><wsnt:MessageContent>x@Value=\"com.axis.schedules.genid.id9\"]"
+      "</wsnt:MessageContent></aa:Condition>";
   auto rules = [](const std::string& list) {
-    return Answer("<aa:GetActionRulesResponse><aa:ActionRules>" + list + "</aa:ActionRules></aa:GetActionRulesResponse>");
+    return Answer("<aa:GetActionRulesResponse><aa:ActionRules>" + list +
+                  "</aa:ActionRules></aa:GetActionRulesResponse>");
   };
   auto configuration = [](const std::string& token, const std::string& options) {
-    return Answer("<aa:GetActionConfigurationsResponse><aa:ActionConfigurations><aa:ActionConfiguration>"
-                  "<aa:Name>c</aa:Name><aa:ConfigurationID>4</aa:ConfigurationID><aa:TemplateToken>" + token +
-                  "</aa:TemplateToken><aa:Parameters><aa:Parameter Name=\"stream_options\" Value=\"" + options +
-                  "\"/><aa:Parameter Name=\"pre_duration\" Value=\"27000\"/></aa:Parameters>"
-                  "</aa:ActionConfiguration></aa:ActionConfigurations></aa:GetActionConfigurationsResponse>");
+    return Answer(
+        "<aa:GetActionConfigurationsResponse><aa:ActionConfigurations><aa:ActionConfiguration>"
+        "<aa:Name>c</aa:Name><aa:ConfigurationID>4</aa:ConfigurationID><aa:TemplateToken>" +
+        token + "</aa:TemplateToken><aa:Parameters><aa:Parameter Name=\"stream_options\" Value=\"" + options +
+        "\"/><aa:Parameter Name=\"pre_duration\" Value=\"27000\"/></aa:Parameters>"
+        "</aa:ActionConfiguration></aa:ActionConfigurations></aa:GetActionConfigurationsResponse>");
   };
   const std::string recording = schedule::kRecordingTemplate;
   struct Case {
@@ -149,13 +160,18 @@ TEST(ScheduleWalks, AnswersAreReadOrRefusedAsTheCameraMeantThem) {
   const std::vector<Case> cases = {
       {"empty rule list", rules(""), 0, true, "", ""},
       {"rule without schedule ids, rule without a field skipped",
-       rules("<aa:ActionRule><aa:Conditions/>" + rule + "</aa:ActionRule><aa:ActionRule><aa:RuleID>8</aa:RuleID>"
-             "</aa:ActionRule>"), 0, true, "", "7:r:1:4:"},
-      {"schedule id taken to the quote", rules("<aa:ActionRule>" + rule + "<aa:Conditions>" + genid +
-             "</aa:Conditions></aa:ActionRule>"), 0, true, "", "7:r:1:4:com.axis.schedules.genid.id9,"},
+       rules("<aa:ActionRule><aa:Conditions/>" + rule +
+             "</aa:ActionRule><aa:ActionRule><aa:RuleID>8</aa:RuleID>"
+             "</aa:ActionRule>"),
+       0, true, "", "7:r:1:4:"},
+      {"schedule id taken to the quote",
+       rules("<aa:ActionRule>" + rule + "<aa:Conditions>" + genid + "</aa:Conditions></aa:ActionRule>"), 0, true, "",
+       "7:r:1:4:com.axis.schedules.genid.id9,"},
       {"condition without content fails, earlier rules kept",
-       rules("<aa:ActionRule>" + rule + "<aa:Conditions/></aa:ActionRule><aa:ActionRule><aa:RuleID>9</aa:RuleID>"
-             "<aa:Name/><aa:Enabled/><aa:PrimaryAction/><aa:Conditions><aa:Condition/></aa:Conditions></aa:ActionRule>"),
+       rules(
+           "<aa:ActionRule>" + rule +
+           "<aa:Conditions/></aa:ActionRule><aa:ActionRule><aa:RuleID>9</aa:RuleID>"
+           "<aa:Name/><aa:Enabled/><aa:PrimaryAction/><aa:Conditions><aa:Condition/></aa:Conditions></aa:ActionRule>"),
        0, false, "wsnt:MessageContent", "7:r:1:4:"},
       {"other prefixes", "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\"/>", 0, false,
        "SOAP-ENV:Envelope", ""},
@@ -167,15 +183,19 @@ TEST(ScheduleWalks, AnswersAreReadOrRefusedAsTheCameraMeantThem) {
       {"configuration without a name fails",
        Answer("<aa:GetActionConfigurationsResponse><aa:ActionConfigurations><aa:ActionConfiguration>"
               "<aa:ConfigurationID>4</aa:ConfigurationID></aa:ActionConfiguration></aa:ActionConfigurations>"
-              "</aa:GetActionConfigurationsResponse>"), 1, false, "aa:Name", ""},
+              "</aa:GetActionConfigurationsResponse>"),
+       1, false, "aa:Name", ""},
       {"event without calendar fails",
        Answer("<aev:GetScheduledEventsResponse><aev:ScheduledEvents><aev:ScheduledEvent><aev:Name>e</aev:Name>"
               "<aev:EventID>e1</aev:EventID><aev:Schedule/></aev:ScheduledEvent></aev:ScheduledEvents>"
-              "</aev:GetScheduledEventsResponse>"), 2, false, "aev:ICalendar", ""},
-      {"event read", Answer("<aev:GetScheduledEventsResponse><aev:ScheduledEvents><aev:ScheduledEvent><aev:Name>e"
+              "</aev:GetScheduledEventsResponse>"),
+       2, false, "aev:ICalendar", ""},
+      {"event read",
+       Answer("<aev:GetScheduledEventsResponse><aev:ScheduledEvents><aev:ScheduledEvent><aev:Name>e"
               "</aev:Name><aev:EventID>e1</aev:EventID><aev:Schedule><aev:ICalendar>DTSTART:19700101T080000\n"
               "DTEND:19700101T093000\nRRULE:FREQ=WEEKLY;BYDAY=TU</aev:ICalendar></aev:Schedule></aev:ScheduledEvent>"
-              "</aev:ScheduledEvents></aev:GetScheduledEventsResponse>"), 2, true, "", "e1:e:2=8.0-9.30,"},
+              "</aev:ScheduledEvents></aev:GetScheduledEventsResponse>"),
+       2, true, "", "e1:e:2=8.0-9.30,"},
   };
   for (const Case& c : cases) {
     schedule::SoapWalk walk;
@@ -284,9 +304,9 @@ TEST_F(Schedule, PlansWriteReadBackAndReplaceOnlyThePluginsObjects) {
   ASSERT_EQ(m_device.GetRecordConfig(&m_device, &back), 0);
   EXPECT_EQ(back.enabled, 0u);
   std::string configurations, events;
-  ASSERT_TRUE(m_device.SendHttpPostReqWithRsp(configurations, "http://" + m_device.GetDeviceAddress() +
-                                              "/vapix/services", schedule::GetActionConfigurationsBody(), "root",
-                                              "pass", ""));
+  ASSERT_TRUE(m_device.SendHttpPostReqWithRsp(configurations,
+                                              "http://" + m_device.GetDeviceAddress() + "/vapix/services",
+                                              schedule::GetActionConfigurationsBody(), "root", "pass", ""));
   ASSERT_TRUE(m_device.SendHttpPostReqWithRsp(events, "http://" + m_device.GetDeviceAddress() + "/vapix/services",
                                               schedule::GetScheduledEventsBody(), "root", "pass", ""));
   rules.clear();
@@ -358,9 +378,11 @@ TEST_F(Schedule, ProfilesAndTheCommandChannel) {
   EXPECT_EQ(list.GetInt("/List[1]/Profiles[2]/RecordEnable", -1), 1);
   EXPECT_EQ(list.GetInt("/List[1]/Profiles[5]/RecordEnable", -1), 0);
 
-  m_camera->Script("/axis-cgi/streamprofile.cgi",
-                   {200, "application/json", "{\"data\":{\"streamProfile\":[{\"name\":\"p\",\"parameters\":"
-                                             "\"videocodec=h265&compression=30\"}]}}", {}});
+  m_camera->Script("/axis-cgi/streamprofile.cgi", {200,
+                                                   "application/json",
+                                                   "{\"data\":{\"streamProfile\":[{\"name\":\"p\",\"parameters\":"
+                                                   "\"videocodec=h265&compression=30\"}]}}",
+                                                   {}});
   ASSERT_TRUE(list.set_str(Command("{\"method\":\"ProfileList\"}", result)));
   EXPECT_EQ(list.GetString("/List[1]/Profiles[1]/Encode", ""), "h265");
   for (const char* field : {"High", "Width", "FrameRateLimit"}) {
@@ -371,8 +393,10 @@ TEST_F(Schedule, ProfilesAndTheCommandChannel) {
 // Every seed of the fuzz corpora, so that what the fuzzers once found stays fixed.
 TEST(ScheduleFuzz, CorporaReplay) {
   const std::map<std::string, std::function<int(const uint8_t*, size_t)>> entries = {
-      {"rules", schedule_fuzz::FuzzActionRules},       {"configurations", schedule_fuzz::FuzzActionConfigurations},
-      {"events", schedule_fuzz::FuzzScheduledEvents},  {"calendar", schedule_fuzz::FuzzCalendar},
+      {"rules", schedule_fuzz::FuzzActionRules},
+      {"configurations", schedule_fuzz::FuzzActionConfigurations},
+      {"events", schedule_fuzz::FuzzScheduledEvents},
+      {"calendar", schedule_fuzz::FuzzCalendar},
       {"trans_method", schedule_fuzz::FuzzTransMethod}};
   for (const auto& [kind, entry] : entries) {
     size_t replayed = 0;

@@ -117,7 +117,6 @@ const HostCommandRegistration kProfiles({"profiles", "profiles",
                                          "the stream profiles: name, codec, size, frame rate, which one records",
                                          RunProfiles});
 const HostCommandRegistration kProfileSet({"profile set", "profile set NAME",
-                                           "chooses the stream profile that scheduled recording uses",
-                                           RunProfileSet});
+                                           "chooses the stream profile that scheduled recording uses", RunProfileSet});
 
 }  // namespace
