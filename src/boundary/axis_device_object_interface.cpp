@@ -180,13 +180,12 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SetVideoParamEx(PluginDeviceHandle h
 // Recordings and playback
 // ---------------------------------------------------------------------------
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetRecordConfig(PluginDeviceHandle handle, RecordConfigInfo* /*info*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetRecordConfig(PluginDeviceHandle handle, RecordConfigInfo* info) {
+  return handle == nullptr ? 0 : Device(handle)->GetRecordConfig(handle, info);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_SetRecordConfig(PluginDeviceHandle handle,
-                                                            const RecordConfigInfo* /*info*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_SetRecordConfig(PluginDeviceHandle handle, const RecordConfigInfo* info) {
+  return handle == nullptr ? 0 : Device(handle)->SetRecordConfig(handle, info);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_FindRecordFiles(PluginDeviceHandle handle,
@@ -390,10 +389,10 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseFindDeviceLog(PluginDeviceHandl
   return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handle, const char* /*request*/,
-                                                        uint32_t /*requestLength*/, char* /*response*/,
-                                                        uint32_t* /*responseLength*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handle, const char* request,
+                                                        uint32_t requestLength, char* response,
+                                                        uint32_t* responseLength) {
+  return handle == nullptr ? 0 : Device(handle)->TransMethod(request, requestLength, response, responseLength);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetNtpCfg(PluginDeviceHandle handle, const DeviceNtpConfig* config) {

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,6 +21,7 @@
 #include "MuxConvert.h"
 #include "kor.h"
 #include "netcam_plugin.h"
+#include "schedule/StreamProfiles.h"
 
 namespace Tarn::Proto {
 class IProto;
@@ -49,6 +51,38 @@ struct RecordingInfo {
   std::string startTimeLocal;
   std::string stopTimeLocal;
   bool inProgress = false;
+};
+
+// One recording span within a day; an end of 23:59 means until midnight.
+struct ScheduleSegment {
+  uint8_t startHour = 0;
+  uint8_t startMinute = 0;
+  uint8_t endHour = 0;
+  uint8_t endMinute = 0;
+};
+// Day index 0 ("SU") to 6 ("SA") -> its segments, in the order they were added.
+using WeeklySchedule = std::map<int, std::vector<ScheduleSegment>>;
+
+// The camera's action rules, recording action configurations and scheduled
+// events as the SOAP services list them (schedule/).
+struct ActionRuleRecord {
+  int32_t ruleId = 0;
+  std::string name;
+  bool enabled = false;
+  int32_t primaryAction = 0;
+  std::vector<std::string> scheduleEventIds;
+};
+struct ActionConfigRecord {
+  int32_t configurationId = 0;
+  std::string name;
+  int32_t preDuration = 0;   // ms
+  int32_t postDuration = 0;  // ms
+  std::string streamProfile;
+};
+struct ScheduledEventRecord {
+  std::string eventId;
+  std::string name;
+  WeeklySchedule schedule;
 };
 
 class CPlgDeviceObjectImplement {
@@ -109,6 +143,32 @@ class CPlgDeviceObjectImplement {
   // The response document is created when the caller passes none.
   int32_t SearchRecordByMonth(const std::shared_ptr<Tarn::Proto::IProto>& request,
                               std::shared_ptr<Tarn::Proto::IProto>& response);
+
+  // SOAP action and event services (schedule/soap_services.cpp).
+  bool GetActionRules(std::map<int32_t, ActionRuleRecord>& rules);
+  bool GetActionConfigurations(std::map<int32_t, ActionConfigRecord>& configurations);
+  bool GetScheduledEvents(std::map<std::string, ScheduledEventRecord>& events);
+  bool RemoveActionRules(const std::vector<int32_t>& ruleIds);
+  bool RemoveActionConfigurations(const std::vector<int32_t>& configurationIds);
+  bool RemoveScheduledEvents(const std::vector<std::string>& eventIds);
+  bool AddActionRules(int32_t& ruleId, const std::string& name, int32_t primaryAction,
+                      const std::vector<std::string>& scheduleEventIds);
+  bool AddActionConfigurations(int32_t& configurationId, const std::string& name, int32_t preDuration,
+                               int32_t postDuration, const std::string& streamProfile);
+  bool AddScheduledEvent(std::string& eventId, const std::string& name, const std::string& calendar);
+  // Weekly record plan (schedule/record_schedule.cpp).
+  int32_t SetRecordConfig(void* pstDevice, const RecordConfigInfo* pstRecConfigInfo);
+  int32_t GetRecordConfig(void* pstDevice, RecordConfigInfo* pstRecConfigInfo);
+  bool RemoveRecordSetting();
+  bool SetRecordSettingHelper(const std::vector<std::string>& calendars, int32_t preDuration, int32_t postDuration);
+  bool GetRecordSetting(std::vector<std::vector<bool>>& marks, int32_t& preDuration, int32_t& postDuration);
+  // Stream profiles and the JSON command channel (schedule/stream_profiles.cpp, schedule/trans_method.cpp).
+  int32_t TransMethod(const char* request, uint32_t requestLength, char* response, uint32_t* responseLength);
+  int32_t GetProfile(const std::shared_ptr<Tarn::Proto::IProto>& request,
+                     std::shared_ptr<Tarn::Proto::IProto>& response);
+  int32_t SetProfile(const std::shared_ptr<Tarn::Proto::IProto>& request,
+                     std::shared_ptr<Tarn::Proto::IProto>& response);
+  bool GetProfileConfigByActionConfigurations(std::string& profileName);
 
   // Named Unsupport answers of the stream table.
   int32_t GetVideoParam();

@@ -27,6 +27,12 @@ const std::vector<TourStep> kTourSteps = {
     {"recordings", "recordings", {}},
     {"playback", "playback", {{"output", "tour-playback.mpg"}}},
     {"calendar", "calendar", {}},
+    {"schedule", "schedule", {}},
+    {"schedule write", "schedule set",
+     {{"day", "MO-FR\nSU"}, {"from", "08:00\n22:00"}, {"to", "18:00\n02:00"}, {"all-day", "SA"}, {"pre", "2"},
+      {"post", "5000"}, {"restore", "1"}}},
+    {"stream profiles", "profiles", {}},
+    {"recording profile", "profile set", {{"", "Quality"}}},
     {"alarm events", "events", {{"seconds", "3"}, {"count", "5"}}},
 };
 

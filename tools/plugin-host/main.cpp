@@ -118,7 +118,13 @@ int main(int argc, char** argv) {
       commandName = arg;
     } else if (!commandName.empty() && arg.rfind("--", 0) == 0) {
       std::string name = arg.substr(2);
-      options[name] = (i + 1 < argc && std::string(argv[i + 1]).rfind("--", 0) != 0) ? argv[++i] : "1";
+      std::string given = (i + 1 < argc && std::string(argv[i + 1]).rfind("--", 0) != 0) ? argv[++i] : "1";
+      // A repeated option keeps every value, one per line, in order.
+      options[name] = options.count(name) != 0 ? options[name] + "\n" + given : given;
+    } else if (!commandName.empty() && HostCommands().count(commandName + " " + arg) != 0) {
+      commandName += " " + arg;  // a two-word command ("schedule set")
+    } else if (!commandName.empty() && options.count("") == 0) {
+      options[""] = arg;  // the command's one positional argument ("profile set NAME")
     } else {
       std::fprintf(stderr, "plugin-host: unexpected argument %s\n", arg.c_str());
       PrintUsage();

@@ -101,6 +101,10 @@ struct Camera::Impl {
     std::lock_guard<std::mutex> lock(scriptMutex);
     for (auto it = faults.rbegin(); it != faults.rend(); ++it) {
       if (!StartsWith(path, it->prefix) || it->fault.times == 0) continue;
+      if (it->fault.after > 0) {
+        --it->fault.after;
+        return std::nullopt;
+      }
       Fault fault = it->fault;
       if (it->fault.times > 0) --it->fault.times;
       return fault;

@@ -71,6 +71,7 @@ struct Fault {
   std::string location;
   size_t size = 0;
   int times = -1;  // how many matching requests it applies to (-1: all)
+  int after = 0;   // matching requests answered normally before it starts (the k-th of a sequence fails)
 };
 
 class Camera {

@@ -1,0 +1,17 @@
+// FuzzEntries.h - the bodies of the schedule fuzz targets, in a library so that
+// the unit tests replay the seed corpora through exactly the same code. Each
+// returns 0 and aborts when a result breaks what callers rely on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace schedule_fuzz {
+
+int FuzzActionRules(const uint8_t* data, size_t size);           // GetActionRules answer
+int FuzzActionConfigurations(const uint8_t* data, size_t size);  // GetActionConfigurations answer
+int FuzzScheduledEvents(const uint8_t* data, size_t size);       // GetScheduledEvents answer
+int FuzzCalendar(const uint8_t* data, size_t size);              // one iCalendar text
+int FuzzTransMethod(const uint8_t* data, size_t size);           // the platform's command text
+
+}  // namespace schedule_fuzz
