@@ -6,36 +6,6 @@
 #include "session/PluginLog.h"
 #include "session/axis_device_object_implement.h"
 
-namespace {
-
-constexpr char kResolutionKey[] = "Properties.Image.Resolution=";
-// A size every camera of the maker serves, for one that does not list its own.
-constexpr char kFallbackResolution[] = "320x240";
-
-}  // namespace
-
-namespace control {
-
-bool ParseResolutions(const std::string& answer, std::vector<std::string>& resolutions) {
-  resolutions.clear();
-  const size_t found = answer.find(kResolutionKey);
-  if (found == std::string::npos) {
-    resolutions.emplace_back(kFallbackResolution);
-    return false;
-  }
-  // To the end of the answer, untrimmed: the sizes are handed on as the camera wrote them.
-  size_t start = found + sizeof kResolutionKey - 1;
-  while (start <= answer.size()) {
-    size_t end = answer.find(',', start);
-    if (end == std::string::npos) end = answer.size();
-    if (end > start) resolutions.push_back(answer.substr(start, end - start));
-    start = end + 1;
-  }
-  return true;
-}
-
-}  // namespace control
-
 bool CPlgDeviceObjectImplement::GetResolutions(std::vector<std::string>& resolutions) {
   const std::string url =
       "http://" + GetDeviceAddress() + "/axis-cgi/param.cgi?action=list&group=Properties.Image.Resolution";

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "FuzzEntries.h"
 #include "control/ControlText.h"
 
 namespace {
@@ -99,6 +103,24 @@ TEST(ControlText, DiskListsAndResolutionListsAsCamerasWriteThem) {
   EXPECT_TRUE(resolutions.empty());
   EXPECT_FALSE(control::ParseResolutions("Properties.Image.Resolutions", resolutions));
   EXPECT_EQ(resolutions, std::vector<std::string>{"320x240"});
+}
+
+// Every seed of the fuzz corpora, so that what the fuzzers once found stays fixed.
+TEST(ControlText, FuzzCorporaReplay) {
+  const std::pair<const char*, int (*)(const uint8_t*, size_t)> targets[] = {
+      {"ptz_position", control_fuzz::FuzzPtzPosition},
+      {"ntp_params", control_fuzz::FuzzNtpParams},
+      {"ability", control_fuzz::FuzzAbilityRequest}};
+  for (const auto& [dir, entry] : targets) {
+    size_t seeds = 0;
+    for (const auto& file : std::filesystem::directory_iterator(std::string(CONTROL_CORPUS_DIR) + "/" + dir)) {
+      std::ifstream in(file.path(), std::ios::binary);
+      const std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      EXPECT_EQ(entry(reinterpret_cast<const uint8_t*>(data.data()), data.size()), 0) << file.path();
+      ++seeds;
+    }
+    EXPECT_GE(seeds, 2u) << dir;
+  }
 }
 
 }  // namespace
