@@ -89,6 +89,7 @@ int main(int argc, char** argv) {
   bool cameraGiven = false;
   std::string commandName;
   std::map<std::string, std::string> options;
+  std::vector<std::string> arguments;
 
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
@@ -119,6 +120,8 @@ int main(int argc, char** argv) {
     } else if (!commandName.empty() && arg.rfind("--", 0) == 0) {
       std::string name = arg.substr(2);
       options[name] = (i + 1 < argc && std::string(argv[i + 1]).rfind("--", 0) != 0) ? argv[++i] : "1";
+    } else if (!commandName.empty()) {
+      arguments.push_back(arg);
     } else {
       std::fprintf(stderr, "plugin-host: unexpected argument %s\n", arg.c_str());
       PrintUsage();
@@ -154,6 +157,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "plugin-host: %s\n", error.c_str());
     return 69;
   }
-  HostContext context{plugin, camera, options};
+  HostContext context{plugin, camera, options, arguments};
   return command->second.run(context);
 }
