@@ -395,8 +395,13 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handl
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetNtpCfg(PluginDeviceHandle handle, const DeviceNtpConfig* config) {
   if (handle == nullptr) return 0;
   // The whole record and never more: the platform's record is 44 bytes.
+  // No record is no request: a zeroed one would turn the camera's NTP client off.
+  if (config == nullptr) {
+    PLG_ERROR("[%s]Input param is null.[%s(%d)]");
+    return NETCAM_FAIL;
+  }
   DeviceNtpConfig local{};
-  if (config != nullptr) std::memcpy(&local, config, sizeof local);
+  std::memcpy(&local, config, sizeof local);
   return Device(handle)->SetNtpCfg(&local);
 }
 
