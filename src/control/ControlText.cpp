@@ -77,7 +77,7 @@ constexpr int32_t kNtpPort = 123;
 constexpr int32_t kReportedNtpInterval = 60;
 
 // Both set requests put the server in quotes, so a disabled client is sent the
-// text "null" as its first server; cameras take that as an unused slot name.
+// text "null" as its first server, not a JSON null; the cameras accept either.
 std::string NtpBody(const char* format, const std::string& server, bool enabled) {
   const std::string first = enabled ? server : "null";
   std::string body(std::strlen(format) + first.size() + 8, '\0');
@@ -99,7 +99,7 @@ constexpr char kXmlDeclaration[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n
 // ---- Snapshot
 
 constexpr char kResolutionKey[] = "Properties.Image.Resolution=";
-// A size every camera of the maker serves, for one that does not list its own.
+// Asked for when the camera lists no sizes of its own.
 constexpr char kFallbackResolution[] = "320x240";
 
 }  // namespace
@@ -146,7 +146,8 @@ PtzRequest BuildPtzRequest(const std::string& address, uint32_t command, int32_t
   request.moving = true;
   request.action = action;
   request.speed = speed;
-  const int32_t s = static_cast<int32_t>(static_cast<uint32_t>(speed) * 10u);  // wraps like the camera's int
+  // Unchecked, as the platform gives it; computed unsigned so that a wild speed wraps rather than overflows.
+  const int32_t s = static_cast<int32_t>(static_cast<uint32_t>(speed) * 10u);
   request.axisSpeed = s;
   switch (command) {
     case kZoomIn:
