@@ -112,11 +112,10 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseDevice(PluginDeviceHandle handl
   return Device(handle)->CloseDevice();
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetDeviceAbility(PluginDeviceHandle handle, const char* /*inBuf*/,
-                                                             int32_t /*inLength*/, char* /*outBuf*/,
-                                                             int32_t /*outLength*/) {
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetDeviceAbility(PluginDeviceHandle handle, const char* inBuf,
+                                                             int32_t inLength, char* outBuf, int32_t outLength) {
   if (handle == nullptr) return NETCAM_FAIL;
-  return NETCAM_NOT_SUPPORTED;
+  return Device(handle)->GetDevcieAbility(inBuf, inLength, outBuf, outLength);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_RebootDevice(PluginDeviceHandle handle) {
@@ -332,22 +331,19 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SetConfigParam(PluginDeviceHandle ha
   return Device(handle)->SetConfigParam(command, inBuffer, length, extra);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_PTZControl(PluginDeviceHandle handle, uint32_t /*type*/,
-                                                       const void* /*inBuffer*/, uint32_t /*length*/,
-                                                       uint32_t /*extra*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_PTZControl(PluginDeviceHandle handle, uint32_t type,
+                                                       const void* inBuffer, uint32_t length, uint32_t extra) {
+  return handle == nullptr ? 0 : Device(handle)->PTZControl(type, inBuffer, length, extra);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetPTZConfig(PluginDeviceHandle handle, uint32_t /*command*/,
-                                                         void* /*outBuffer*/, uint32_t /*length*/,
-                                                         uint32_t /*extra*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetPTZConfig(PluginDeviceHandle handle, uint32_t command,
+                                                         void* outBuffer, uint32_t length, uint32_t extra) {
+  return handle == nullptr ? 0 : Device(handle)->GetPTZConfig(command, outBuffer, length, extra);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_SetPTZConfig(PluginDeviceHandle handle, uint32_t /*command*/,
-                                                         const void* /*inBuffer*/, uint32_t /*length*/,
-                                                         uint32_t /*extra*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_SetPTZConfig(PluginDeviceHandle handle, uint32_t command,
+                                                         const void* inBuffer, uint32_t length, uint32_t extra) {
+  return handle == nullptr ? 0 : Device(handle)->SetPTZConfig(command, inBuffer, length, extra);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetEventCallBack(PluginDeviceHandle handle,
@@ -366,15 +362,15 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_GetAlarmOut(PluginDeviceHandle /*han
   return NETCAM_NOT_SUPPORTED;
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_CapturePicture(PluginDeviceHandle handle, int32_t /*chanNum*/,
-                                                           int32_t /*pictureType*/, char* /*contrlValue*/,
-                                                           int32_t /*bufferSize*/, uint32_t* /*lpSizeReturned*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_CapturePicture(PluginDeviceHandle handle, int32_t chanNum,
+                                                           int32_t /*pictureType*/, char* contrlValue,
+                                                           int32_t bufferSize, uint32_t* lpSizeReturned) {
+  return handle == nullptr ? 0 : Device(handle)->CapturePicture(chanNum, contrlValue, bufferSize, lpSizeReturned);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetWorkStatus(PluginDeviceHandle handle, char* /*outBuffer*/,
-                                                          int32_t /*outLength*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetWorkStatus(PluginDeviceHandle handle, char* outBuffer,
+                                                          int32_t outLength) {
+  return handle == nullptr ? 0 : Device(handle)->GetWorkStatus(outBuffer, outLength);
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_FindDeviceLog(PluginDeviceHandle handle, const void* /*condition*/) {
@@ -398,13 +394,18 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handl
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetNtpCfg(PluginDeviceHandle handle, const DeviceNtpConfig* config) {
   if (handle == nullptr) return 0;
   // The whole record and never more: the platform's record is 44 bytes.
+  // No record is no request: a zeroed one would turn the camera's NTP client off.
+  if (config == nullptr) {
+    PLG_ERROR("[%s]Input param is null.[%s(%d)]");
+    return NETCAM_FAIL;
+  }
   DeviceNtpConfig local{};
-  if (config != nullptr) std::memcpy(&local, config, sizeof local);
-  return NETCAM_NOT_SUPPORTED;
+  std::memcpy(&local, config, sizeof local);
+  return Device(handle)->SetNtpCfg(&local);
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetNtpCfg(PluginDeviceHandle handle, DeviceNtpConfig* /*config*/) {
-  return handle == nullptr ? 0 : NETCAM_NOT_SUPPORTED;
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetNtpCfg(PluginDeviceHandle handle, DeviceNtpConfig* config) {
+  return handle == nullptr ? 0 : Device(handle)->GetNtpCfg(config);
 }
 
 }  // extern "C"

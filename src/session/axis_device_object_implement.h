@@ -4,7 +4,8 @@
 //   session/   construction (axis_device_object_implement.cpp), opening,
 //              identity and the VAPIX requests (device_session.cpp)
 //   media/     live stream, delivery of stream blocks, playback
-//   control/   configuration commands, disks, and the other device documents
+//   control/   configuration commands, disks, ability and work-status
+//              documents, PTZ, time and NTP, snapshot
 //   events/    alarm subscription (device_events.cpp)
 // and recordings/ and schedule/ as those features land.
 #pragma once
@@ -111,6 +112,26 @@ class CPlgDeviceObjectImplement {
   int32_t GetDevInfoParam(DeviceInfoParam* out);
   int32_t GetDevVersionParam(DeviceVersionParam* out);
   bool GetDeviceDiskList(std::vector<DiskEntry>& disks);
+  // Ability and work-status documents (control/status_documents.cpp).
+  int32_t GetDevcieAbility(const char* pInBuf, int32_t inLength, char* pOutBuf, int32_t outLength);
+  int32_t GetWorkStatus(char* pOutBuffer, int32_t outLength);
+
+  // PTZ (control/ptz_control.cpp).
+  int32_t PTZControl(uint32_t type, const void* pInBuffer, uint32_t length, uint32_t extra);
+  int32_t GetPTZConfig(uint32_t command, void* pOutBuffer, uint32_t length, uint32_t extra);
+  int32_t SetPTZConfig(uint32_t command, const void* pInBuffer, uint32_t length, uint32_t extra);
+  int32_t PtzNormalControl(const void* pInBuffer, uint32_t length, uint32_t extra);
+  bool GetPTZPosition(float& pan, float& tilt, int32_t& zoom);
+
+  // Device time and NTP (control/device_time.cpp).
+  int32_t SetDevTime(const NET_DEV_TIME* time);
+  int32_t SetDevTimeNTP(const char* document, uint32_t length);
+  int32_t SetNtpCfg(const DeviceNtpConfig* config);
+  int32_t GetNtpCfg(DeviceNtpConfig* config);
+
+  // Snapshot (control/snapshot.cpp).
+  int32_t CapturePicture(int32_t ChanNum, char* ContrlValue, int32_t bufferSize, uint32_t* lpSizeReturned);
+  bool GetResolutions(std::vector<std::string>& resolutions);
 
   // Live stream (live_stream.cpp) and its delivery (stream_delivery.cpp).
   int32_t StartStream(const PluginStreamRequest* request, PluginStreamDataCallback pfnDataCB, void* pUser);
@@ -197,6 +218,8 @@ class CPlgDeviceObjectImplement {
   bool ChangeSessionStatus(int32_t kind, double speed);
 
   std::string Ip() const;
+  // PTZ control type 2: the same commands as type 1.
+  int32_t PtzExtendedControl(const void* pInBuffer, uint32_t length, uint32_t extra);
   std::string User() const;
   std::string Password() const;
 
@@ -219,10 +242,11 @@ class CPlgDeviceObjectImplement {
   void* m_hTransHandle = nullptr;
   // 11. -1 until OpenDevice succeeds, then 1.
   int32_t m_hLoginHandle = -1;
-  // 12. PTZ state.
-  [[maybe_unused]] int32_t m_nCurrentZoom = 0;
-  [[maybe_unused]] int32_t m_nCurrentFocus = 0;
-  [[maybe_unused]] int32_t m_nCurrentIris = 0;
+  // 12. PTZ state: the zoom is refreshed from the camera before every command;
+  // focus and iris are counted here only.
+  int32_t m_nCurrentZoom = 0;
+  int32_t m_nCurrentFocus = 0;
+  int32_t m_nCurrentIris = 0;
   // 13. Alarm callback; the pair changes on a platform thread and is read on
   // the event centre's receive thread, so it is read and written whole.
   PluginAlarmCallback m_pfnAlarmCB = nullptr;

@@ -27,6 +27,7 @@ struct HostContext {
   PluginLoader& plugin;
   CameraTarget camera;
   std::map<std::string, std::string> options;  // command options: --seconds 5 -> {"seconds","5"}
+  std::vector<std::string> arguments;          // words after the command: "ptz left" -> {"left"}
 
   std::string Option(const std::string& name, const std::string& fallback) const {
     auto found = options.find(name);

@@ -85,7 +85,7 @@ int RunProfiles(HostContext& context) {
 }
 
 int RunProfileSet(HostContext& context) {
-  const std::string name = context.Option("", "");
+  const std::string name = context.arguments.empty() ? std::string() : context.arguments.front();
   if (name.empty()) return context.Fail(64, "profile set NAME");
   for (char c : name) {
     if (c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20) return context.Fail(64, "profile set: bad name");

@@ -18,6 +18,7 @@ struct TourStep {
   std::string capability;
   std::string command;
   std::map<std::string, std::string> options;
+  std::vector<std::string> arguments;
 };
 
 const std::vector<TourStep> kTourSteps = {
@@ -32,8 +33,21 @@ const std::vector<TourStep> kTourSteps = {
      {{"day", "MO-FR\nSU"}, {"from", "08:00\n22:00"}, {"to", "18:00\n02:00"}, {"all-day", "SA"}, {"pre", "2"},
       {"post", "5000"}, {"restore", "1"}}},
     {"stream profiles", "profiles", {}},
-    {"recording profile", "profile set", {{"", "Quality"}}},
+    {"recording profile", "profile set", {}, {"Quality"}},
     {"alarm events", "events", {{"seconds", "3"}, {"count", "5"}}},
+    // Device control; the PTZ steps end where they began (preset 99 is borrowed), the NTP change is undone.
+    {"work status", "status", {}},
+    {"ability", "ability", {}},
+    {"snapshot", "snapshot", {{"output", "tour-snapshot.jpg"}}},
+    {"NTP settings", "ntp", {}},
+    {"NTP change", "ntp", {{"restore", "1"}}, {"set", "time.example.org"}},
+    {"PTZ preset set", "ptz", {}, {"preset", "set", "99"}},
+    {"PTZ pan right", "ptz", {{"for", "1"}}, {"right"}},
+    {"PTZ zoom in", "ptz", {{"for", "1"}}, {"zoom-in"}},
+    {"PTZ zoom out", "ptz", {{"for", "0.5"}}, {"zoom-out"}},
+    {"PTZ preset goto", "ptz", {}, {"preset", "goto", "99"}},
+    {"PTZ preset clear", "ptz", {}, {"preset", "clear", "99"}},
+    {"clock", "time", {}, {"set", "now"}},
 };
 
 // Empty when every table answers, otherwise the reason.
@@ -70,7 +84,7 @@ int RunTour(HostContext& context) {
     }
     std::printf("== %s (%s)\n", step.capability.c_str(), step.command.c_str());
     std::fflush(stdout);
-    HostContext stepContext{context.plugin, context.camera, step.options};
+    HostContext stepContext{context.plugin, context.camera, step.options, step.arguments};
     const int result = found->second.run(stepContext);
     std::string outcome = "ok";
     if (result != 0) {

@@ -89,6 +89,7 @@ int main(int argc, char** argv) {
   bool cameraGiven = false;
   std::string commandName;
   std::map<std::string, std::string> options;
+  std::vector<std::string> arguments;
 
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
@@ -121,10 +122,10 @@ int main(int argc, char** argv) {
       std::string given = (i + 1 < argc && std::string(argv[i + 1]).rfind("--", 0) != 0) ? argv[++i] : "1";
       // A repeated option keeps every value, one per line, in order.
       options[name] = options.count(name) != 0 ? options[name] + "\n" + given : given;
-    } else if (!commandName.empty() && HostCommands().count(commandName + " " + arg) != 0) {
+    } else if (!commandName.empty() && arguments.empty() && HostCommands().count(commandName + " " + arg) != 0) {
       commandName += " " + arg;  // a two-word command ("schedule set")
-    } else if (!commandName.empty() && options.count("") == 0) {
-      options[""] = arg;  // the command's one positional argument ("profile set NAME")
+    } else if (!commandName.empty()) {
+      arguments.push_back(arg);  // words after the command: "ptz left", "profile set NAME"
     } else {
       std::fprintf(stderr, "plugin-host: unexpected argument %s\n", arg.c_str());
       PrintUsage();
@@ -160,6 +161,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "plugin-host: %s\n", error.c_str());
     return 69;
   }
-  HostContext context{plugin, camera, options};
+  HostContext context{plugin, camera, options, arguments};
   return command->second.run(context);
 }
