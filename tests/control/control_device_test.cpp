@@ -14,20 +14,12 @@
 
 namespace {
 
-class Control : public ::testing::Test {
+class Control : public OpenedCameraTest {
  protected:
-  void SetUp() override {
-    m_camera = StartCamera(HttpOnlyCamera());
-    ASSERT_NE(m_camera, nullptr);
-    const DeviceLoginParam login = LoginFor(*m_camera);
-    ASSERT_EQ(m_device.OpenDevice(&login), 0);
-    m_camera->ClearRequests();
-  }
   // "path?query" of each request that got past authentication.
   std::vector<std::string> Sent() const {
     std::vector<std::string> sent;
-    for (const auto& r : m_camera->Requests())
-      if (r.status != 401) sent.push_back(r.path + (r.query.empty() ? "" : "?" + r.query));
+    for (const auto& r : Authenticated()) sent.push_back(r.path + (r.query.empty() ? "" : "?" + r.query));
     return sent;
   }
   camsim::ReceivedRequest LastSent() const {
@@ -39,8 +31,6 @@ class Control : public ::testing::Test {
     const PtzControlInput input{0, command, action, speed, preset};
     return m_device.PTZControl(type, &input, sizeof input, 0);
   }
-  std::unique_ptr<camsim::Camera> m_camera;
-  CPlgDeviceObjectImplement m_device;
 };
 
 constexpr char kPosition[] = "/axis-cgi/com/ptz.cgi?query=position";

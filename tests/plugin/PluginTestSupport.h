@@ -7,10 +7,12 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "LoopbackAddress.h"
 #include "camera_sim/Camera.h"
 #include "netcam_plugin.h"
+#include "session/axis_device_object_implement.h"
 
 inline DeviceLoginParam MakeLogin(const std::string& ip, uint16_t port, const std::string& user,
                                   const std::string& password) {
@@ -44,3 +46,24 @@ inline DeviceLoginParam LoginFor(const camsim::Camera& camera) {
   const camsim::CameraConfig& config = camera.Config();
   return MakeLogin(config.address, camera.HttpPort(), config.user, config.password);
 }
+
+// A device object opened on a fresh simulated camera (HTTP only), with the
+// requests that got past authentication.
+class OpenedCameraTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_camera = StartCamera(HttpOnlyCamera());
+    ASSERT_NE(m_camera, nullptr);
+    const DeviceLoginParam login = LoginFor(*m_camera);
+    ASSERT_EQ(m_device.OpenDevice(&login), 0);
+    m_camera->ClearRequests();
+  }
+  std::vector<camsim::ReceivedRequest> Authenticated() const {
+    std::vector<camsim::ReceivedRequest> passed;
+    for (const auto& r : m_camera->Requests())
+      if (r.status != 401) passed.push_back(r);
+    return passed;
+  }
+  std::unique_ptr<camsim::Camera> m_camera;
+  CPlgDeviceObjectImplement m_device;
+};

@@ -35,15 +35,8 @@ RecordConfigInfo EmptyPlan() {
 }
 const RecordConfigInfo kNoPlan = EmptyPlan();
 
-class Schedule : public ::testing::Test {
+class Schedule : public OpenedCameraTest {
  protected:
-  void SetUp() override {
-    m_camera = StartCamera(HttpOnlyCamera());
-    ASSERT_NE(m_camera, nullptr);
-    const DeviceLoginParam login = LoginFor(*m_camera);
-    ASSERT_EQ(m_device.OpenDevice(&login), 0);
-    m_camera->ClearRequests();
-  }
   // SOAP bodies the camera accepted past authentication, in order.
   std::vector<std::string> Bodies() const {
     std::vector<std::string> bodies;
@@ -59,8 +52,6 @@ class Schedule : public ::testing::Test {
     EXPECT_TRUE(result == -1 || buffer[length] == '\0');  // a text that does not parse leaves the buffer
     return std::string(buffer.data(), length);
   }
-  std::unique_ptr<camsim::Camera> m_camera;
-  CPlgDeviceObjectImplement m_device;
 };
 
 TEST_F(Schedule, EachOperationPostsItsBodyByteForByte) {

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "HostCommand.h"
+#include "StreamFileSink.h"
 
 namespace {
 
@@ -20,32 +21,7 @@ std::atomic<bool> g_interrupted{false};
 
 void OnInterrupt(int) { g_interrupted = true; }
 
-// Receives the blocks on the plug-in's threads.
-struct LiveSink {
-  std::mutex mutex;  // orders file writes
-  FILE* file = nullptr;
-  bool writeFailed = false;
-  std::atomic<uint64_t> infoBlocks{0}, headBlocks{0}, dataBlocks{0}, endBlocks{0}, bytes{0};
-
-  static int32_t OnBlock(void* /*handle*/, int32_t type, const PluginStreamBlock* block, void* user) {
-    auto* sink = static_cast<LiveSink*>(user);
-    switch (type) {
-      case PLUGIN_STREAM_INFO: ++sink->infoBlocks; return 0;
-      case PLUGIN_STREAM_END: ++sink->endBlocks; return 0;
-      case PLUGIN_STREAM_HEAD: ++sink->headBlocks; break;
-      case PLUGIN_STREAM_DATA: ++sink->dataBlocks; break;
-      default: return 0;
-    }
-    if (block == nullptr || block->data == nullptr || block->length == 0) return 0;
-    sink->bytes += block->length;
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    if (sink->file != nullptr && std::fwrite(block->data, 1, block->length, sink->file) != block->length)
-      sink->writeFailed = true;
-    return 0;
-  }
-};
-
-void PrintProgress(const LiveSink& sink, double elapsed, bool terminal) {
+void PrintProgress(const StreamFileSink& sink, double elapsed, bool terminal) {
   const double kbit = elapsed > 0 ? static_cast<double>(sink.bytes) * 8.0 / 1000.0 / elapsed : 0.0;
   std::printf("%s%6.1f s  %6llu frames  %8.0f kbit/s%s", terminal ? "\r" : "", elapsed,
               static_cast<unsigned long long>(sink.dataBlocks.load()), kbit, terminal ? "" : "\n");
@@ -66,7 +42,7 @@ int RunLive(HostContext& context) {
   if (device.Handle() == nullptr) return context.Fail(1, "the plug-in could not create a device object");
   if (!OpenCamera(context, device.Handle())) return 2;
 
-  LiveSink sink;
+  StreamFileSink sink;
   sink.file = std::fopen(output.c_str(), "wb");
   if (sink.file == nullptr) return context.Fail(73, "cannot write %s", output.c_str());
   const std::string params = "videoencoding=" + codec;
@@ -82,7 +58,7 @@ int RunLive(HostContext& context) {
   auto previousInt = std::signal(SIGINT, OnInterrupt);
   auto previousTerm = std::signal(SIGTERM, OnInterrupt);
   const auto started = std::chrono::steady_clock::now();
-  const int32_t result = stream->StartStream(device.Handle(), &request, &LiveSink::OnBlock, &sink);
+  const int32_t result = stream->StartStream(device.Handle(), &request, &StreamFileSink::OnBlock, &sink);
   int exitCode = 0;
   if (result != 0) {
     exitCode = context.Fail(3, "StartStream returned %d; the plug-in's log says why", result);
@@ -106,17 +82,12 @@ int RunLive(HostContext& context) {
   }
   std::signal(SIGINT, previousInt);
   std::signal(SIGTERM, previousTerm);
-  {
-    std::lock_guard<std::mutex> lock(sink.mutex);
-    std::fclose(sink.file);
-    sink.file = nullptr;
-  }
-  std::printf("blocks: info %llu, head %llu, data %llu, end %llu; %llu bytes written to %s\n",
-              static_cast<unsigned long long>(sink.infoBlocks.load()),
-              static_cast<unsigned long long>(sink.headBlocks.load()),
-              static_cast<unsigned long long>(sink.dataBlocks.load()),
-              static_cast<unsigned long long>(sink.endBlocks.load()), static_cast<unsigned long long>(sink.bytes.load()),
-              output.c_str());
+  sink.Close();
+  std::printf(
+      "blocks: info %llu, head %llu, data %llu, end %llu; %llu bytes written to %s\n",
+      static_cast<unsigned long long>(sink.infoBlocks.load()), static_cast<unsigned long long>(sink.headBlocks.load()),
+      static_cast<unsigned long long>(sink.dataBlocks.load()), static_cast<unsigned long long>(sink.endBlocks.load()),
+      static_cast<unsigned long long>(sink.bytes.load()), output.c_str());
   if (sink.writeFailed) return context.Fail(74, "writing %s failed", output.c_str());
   if (exitCode == 0 && (sink.headBlocks == 0 || sink.dataBlocks == 0))
     exitCode = context.Fail(4, "no video arrived (%llu HEAD, %llu DATA blocks)",

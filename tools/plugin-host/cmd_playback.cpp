@@ -20,6 +20,7 @@
 #include "HostCommand.h"
 #include "HostRecordings.h"
 #include "HostTime.h"
+#include "StreamFileSink.h"
 
 namespace {
 
@@ -31,39 +32,6 @@ constexpr double kGraceSeconds = 10.0;
 std::atomic<bool> g_interrupted{false};
 
 void OnInterrupt(int) { g_interrupted = true; }
-
-struct PlaybackSink {
-  std::mutex mutex;  // orders file writes
-  FILE* file = nullptr;
-  bool writeFailed = false;
-  std::atomic<uint64_t> infoBlocks{0}, headBlocks{0}, dataBlocks{0}, endBlocks{0}, bytes{0};
-
-  static int32_t OnBlock(void* /*handle*/, int32_t type, const PluginStreamBlock* block, void* user) {
-    auto* sink = static_cast<PlaybackSink*>(user);
-    switch (type) {
-      case PLUGIN_STREAM_INFO:
-        ++sink->infoBlocks;
-        return 0;
-      case PLUGIN_STREAM_END:
-        ++sink->endBlocks;
-        return 0;
-      case PLUGIN_STREAM_HEAD:
-        ++sink->headBlocks;
-        break;
-      case PLUGIN_STREAM_DATA:
-        ++sink->dataBlocks;
-        break;
-      default:
-        return 0;
-    }
-    if (block == nullptr || block->data == nullptr || block->length == 0) return 0;
-    sink->bytes += block->length;
-    std::lock_guard<std::mutex> lock(sink->mutex);
-    if (sink->file != nullptr && std::fwrite(block->data, 1, block->length, sink->file) != block->length)
-      sink->writeFailed = true;
-    return 0;
-  }
-};
 
 // Single keys without Enter while it lives; the terminal is restored after.
 class RawTerminal {
@@ -127,7 +95,7 @@ int RunPlayback(HostContext& context) {
     common->CloseDevice(device.Handle());
     return refused;
   }
-  PlaybackSink sink;
+  StreamFileSink sink;
   sink.file = std::fopen(output.c_str(), "wb");
   if (sink.file == nullptr) return context.Fail(73, "cannot write %s", output.c_str());
 
@@ -145,7 +113,7 @@ int RunPlayback(HostContext& context) {
   auto previousInt = std::signal(SIGINT, OnInterrupt);
   auto previousTerm = std::signal(SIGTERM, OnInterrupt);
   int exitCode = 0;
-  const int32_t result = record->StartPlayBackEx(device.Handle(), &condition, &PlaybackSink::OnBlock, &sink);
+  const int32_t result = record->StartPlayBackEx(device.Handle(), &condition, &StreamFileSink::OnBlock, &sink);
   if (result != 0) {
     exitCode = context.Fail(3, "StartPlayBackEx returned %d; the plug-in's log says why", result);
   } else {
@@ -183,11 +151,7 @@ int RunPlayback(HostContext& context) {
   }
   std::signal(SIGINT, previousInt);
   std::signal(SIGTERM, previousTerm);
-  {
-    std::lock_guard<std::mutex> lock(sink.mutex);
-    std::fclose(sink.file);
-    sink.file = nullptr;
-  }
+  sink.Close();
   std::printf(
       "blocks: info %llu, head %llu, data %llu, end %llu; %llu bytes written to %s\n",
       static_cast<unsigned long long>(sink.infoBlocks.load()), static_cast<unsigned long long>(sink.headBlocks.load()),
