@@ -1,13 +1,14 @@
 // axis_device_object_implement.h - the per-camera device object behind every
 // handle the platform holds, and the one header every area of src/ includes.
 // Its operations live in one source file per feature area, grouped by subsystem:
-//   session/   construction (axis_device_object_implement.cpp), opening,
-//              identity and the VAPIX requests (device_session.cpp)
-//   media/     live stream, delivery of stream blocks, playback
-//   control/   configuration commands, disks, ability and work-status
-//              documents, PTZ, time and NTP, snapshot
-//   events/    alarm subscription (device_events.cpp)
-// and recordings/ and schedule/ as those features land.
+//   session/     construction, opening, identity and the VAPIX requests
+//   media/       live stream, delivery of stream blocks, playback
+//   recordings/  recording list and search cursor, recording status, month view
+//   schedule/    SOAP services, the weekly plan, stream profiles, TransMethod
+//   control/     PTZ, time and NTP, the device documents, snapshot
+//   events/      the alarm subscription (the event centre itself is not per device)
+// Where an area reads or writes a text, the pure function sits in the file
+// named in CamelCase beside it (RecordingList, SoapServices, ControlText, ...).
 #pragma once
 
 #include <atomic>
