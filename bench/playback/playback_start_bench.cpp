@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "HostTime.h"
 #include "camera_sim/Camera.h"
 #include "evlog.h"
 #include "netcam_plugin.h"
@@ -49,20 +50,6 @@ struct FirstData {
     return std::chrono::duration<double>(at - start).count();
   }
 };
-
-PluginTime Utc(int64_t seconds) {
-  const std::time_t t = static_cast<std::time_t>(seconds);
-  std::tm fields{};
-  gmtime_r(&t, &fields);
-  PluginTime time{};
-  time.year = fields.tm_year + 1900;
-  time.month = fields.tm_mon + 1;
-  time.day = fields.tm_mday;
-  time.hour = fields.tm_hour;
-  time.minute = fields.tm_min;
-  time.second = fields.tm_sec;
-  return time;
-}
 
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
@@ -111,7 +98,7 @@ int main(int argc, char** argv) {
     DeviceObject_StopStream(device);
 
     FirstData playbackData;
-    const PluginTime from = Utc(now - 7000 + round * 60), to = Utc(now - 6990 + round * 60);
+    const PluginTime from = ToPluginTime(now - 7000 + round * 60), to = ToPluginTime(now - 6990 + round * 60);
     const PluginPlaybackCondition condition{&request, &from, &to, 0, 0, 0};
     start = Clock::now();
     if (DeviceObject_StartPlayBack(device, &condition, &FirstData::OnBlock, &playbackData) == 0) {

@@ -41,6 +41,13 @@ struct StreamFileSink {
       sink->writeFailed = true;
     return 0;
   }
+  // The closing report of the live and playback commands.
+  void PrintSummary(const char* output) const {
+    std::printf("blocks: info %llu, head %llu, data %llu, end %llu; %llu bytes written to %s\n",
+                static_cast<unsigned long long>(infoBlocks.load()), static_cast<unsigned long long>(headBlocks.load()),
+                static_cast<unsigned long long>(dataBlocks.load()), static_cast<unsigned long long>(endBlocks.load()),
+                static_cast<unsigned long long>(bytes.load()), output);
+  }
   // Closes the file once no block can be written to it any more.
   void Close() {
     std::lock_guard<std::mutex> lock(mutex);

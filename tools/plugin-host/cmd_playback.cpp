@@ -152,11 +152,7 @@ int RunPlayback(HostContext& context) {
   std::signal(SIGINT, previousInt);
   std::signal(SIGTERM, previousTerm);
   sink.Close();
-  std::printf(
-      "blocks: info %llu, head %llu, data %llu, end %llu; %llu bytes written to %s\n",
-      static_cast<unsigned long long>(sink.infoBlocks.load()), static_cast<unsigned long long>(sink.headBlocks.load()),
-      static_cast<unsigned long long>(sink.dataBlocks.load()), static_cast<unsigned long long>(sink.endBlocks.load()),
-      static_cast<unsigned long long>(sink.bytes.load()), output.c_str());
+  sink.PrintSummary(output.c_str());
   if (sink.writeFailed) exitCode = context.Fail(74, "writing %s failed", output.c_str());
   if (exitCode == 0 && (sink.headBlocks == 0 || sink.dataBlocks == 0))
     exitCode = context.Fail(4, "no video arrived (%llu HEAD, %llu DATA blocks)",
