@@ -13,14 +13,7 @@ mkdir -p "$stage/bin" "$stage/plugins/axis" "$stage/META_INFO/extdev_axis.d/runt
 cp build/src/netcam_plugin.so "$stage/plugins/axis/"
 cp build/tools/plugin-host/plugin-host "$stage/bin/"
 if [ ! -f "$stage/META_INFO/extdev_axis.d/runtime_script/Setup.xml" ]; then
-  cat > "$stage/META_INFO/extdev_axis.d/runtime_script/Setup.xml" <<'XML'
-<?xml version="1.0" encoding="utf-8"?>
-<Configs>
-  <AxisPort>
-    <Event>27691</Event>
-  </AxisPort>
-</Configs>
-XML
+  cp scripts/Setup.xml "$stage/META_INFO/extdev_axis.d/runtime_script/Setup.xml"
 fi
 
 # Everything the tour writes (its log, the live video file) lands in the stage.

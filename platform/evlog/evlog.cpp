@@ -1,26 +1,33 @@
 #include "evlog.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
-#include <sys/time.h>
 
 #include "evlog_function.h"
+#include "kor.h"
 
 namespace {
 
 const char* LevelName(int level) {
   switch (level) {
-    case EVLOG_TRACE: return "TRACE";
-    case EVLOG_INFO: return "INFO";
-    case EVLOG_WARN: return "WARN";
-    case EVLOG_ERROR: return "ERROR";
-    default: return "LOG";
+    case EVLOG_TRACE:
+      return "TRACE";
+    case EVLOG_INFO:
+      return "INFO";
+    case EVLOG_WARN:
+      return "WARN";
+    case EVLOG_ERROR:
+      return "ERROR";
+    default:
+      return "LOG";
   }
 }
 
@@ -67,6 +74,40 @@ LogState* State() {
   return g_stateDestroyed ? nullptr : &holder.state;
 }
 
+// Longest line text kept; the rest of a longer line is only counted.
+constexpr size_t kMaxLine = 16 * 1024;
+// Room for "...(N more bytes)" after a cut line.
+constexpr size_t kCutMarkBytes = 48;
+
+void WriteLine(int level, const char* module, const char* text) {
+  LogState* statePointer = State();
+  if (statePointer == nullptr) return;
+  LogState& state = *statePointer;
+  std::lock_guard<std::mutex> lock(state.mutex);
+  if (state.sink != nullptr) {
+    state.sink(level, module != nullptr ? module : "", text, state.sinkUser);
+    return;
+  }
+  KOR_ExpTime local{};
+  KOR_ExpTimeFromTimeLocal(&local, KOR_TimeNow());
+  FILE* out = state.Output();
+  std::fprintf(out, "%04d-%02d-%02d %02d:%02d:%02d.%03d %-5s [%s] ", local.tm_year + 1900, local.tm_mon + 1,
+               local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, local.tm_usec / 1000, LevelName(level),
+               module != nullptr ? module : "");
+  // A quoted camera answer may hold line breaks and binary bytes: one event
+  // stays one line of text, control bytes written as \xHH.
+  auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+  for (const char* run = text; *run != '\0';) {
+    const char* end = run;
+    while (*end != '\0' && !isControl(*end)) ++end;
+    std::fwrite(run, 1, static_cast<size_t>(end - run), out);
+    if (*end != '\0') std::fprintf(out, "\\x%02X", static_cast<unsigned char>(*end++));
+    run = end;
+  }
+  std::fputc('\n', out);
+  std::fflush(out);
+}
+
 }  // namespace
 
 extern "C" {
@@ -90,54 +131,36 @@ void evlog_set_sink(evlog_sink sink, void* user) {
 
 void evlog_write(int level, const char* module, const char* format, ...) {
   if (!evlog_enabled(level) || format == nullptr) return;
-  char stackBuffer[1024];
-  std::string heapBuffer;
-  const char* text = stackBuffer;
-
-  va_list args;
-  va_start(args, format);
-  va_list copy;
-  va_copy(copy, args);
-  int needed = std::vsnprintf(stackBuffer, sizeof stackBuffer, format, args);
-  va_end(args);
-  if (needed < 0) {
+  // A C function: a line that cannot be written is dropped, nothing is thrown.
+  try {
+    va_list args;
+    va_start(args, format);
+    va_list copy;
+    va_copy(copy, args);
+    char stackBuffer[1024];
+    const int needed = std::vsnprintf(stackBuffer, sizeof stackBuffer, format, args);
+    va_end(args);
+    const char* text = stackBuffer;
+    // A camera answer quoted in a line may be tens of megabytes: the line is
+    // formatted into at most kMaxLine bytes, never in full, and says how much
+    // was left out.
+    std::unique_ptr<char[]> heapBuffer;
+    if (needed >= 0 && static_cast<size_t>(needed) >= sizeof stackBuffer) {
+      const size_t kept = std::min(static_cast<size_t>(needed), kMaxLine);
+      heapBuffer.reset(new (std::nothrow) char[kept + kCutMarkBytes + 1]);
+      if (heapBuffer != nullptr) {
+        std::vsnprintf(heapBuffer.get(), kept + 1, format, copy);
+        if (static_cast<size_t>(needed) > kept) {
+          std::snprintf(heapBuffer.get() + kept, kCutMarkBytes + 1, "...(%zu more bytes)",
+                        static_cast<size_t>(needed) - kept);
+        }
+        text = heapBuffer.get();
+      }
+    }
     va_end(copy);
-    return;
+    if (needed >= 0) WriteLine(level, module, text);
+  } catch (...) {
   }
-  if (static_cast<size_t>(needed) >= sizeof stackBuffer) {
-    heapBuffer.resize(static_cast<size_t>(needed) + 1);
-    std::vsnprintf(heapBuffer.data(), heapBuffer.size(), format, copy);
-    heapBuffer.resize(static_cast<size_t>(needed));
-    text = heapBuffer.c_str();
-  }
-  va_end(copy);
-  // A camera answer quoted in a line may be huge; keep lines readable and bounded.
-  constexpr size_t kMaxLine = 16 * 1024;
-  if (static_cast<size_t>(needed) > kMaxLine) {
-    if (heapBuffer.empty()) heapBuffer.assign(stackBuffer);
-    heapBuffer.resize(kMaxLine);
-    heapBuffer += "...(" + std::to_string(static_cast<size_t>(needed) - kMaxLine) + " more bytes)";
-    text = heapBuffer.c_str();
-  }
-
-  LogState* statePointer = State();
-  if (statePointer == nullptr) return;
-  LogState& state = *statePointer;
-  std::lock_guard<std::mutex> lock(state.mutex);
-  if (state.sink != nullptr) {
-    state.sink(level, module != nullptr ? module : "", text, state.sinkUser);
-    return;
-  }
-  timeval now{};
-  gettimeofday(&now, nullptr);
-  tm local{};
-  time_t seconds = now.tv_sec;
-  localtime_r(&seconds, &local);
-  FILE* out = state.Output();
-  std::fprintf(out, "%04d-%02d-%02d %02d:%02d:%02d.%03d %-5s [%s] %s\n", local.tm_year + 1900, local.tm_mon + 1,
-               local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000),
-               LevelName(level), module != nullptr ? module : "", text);
-  std::fflush(out);
 }
 
 }  // extern "C"
@@ -150,6 +173,11 @@ std::string QualifiedFunctionName(std::string_view signature) {
   // bracketed "[with T = ...]" GCC appends.
   std::string_view text = signature;
   if (size_t with = text.rfind(" [with "); with != std::string_view::npos) text = text.substr(0, with);
+  // A line logged inside a lambda belongs to the function the lambda is
+  // written in: "Fn(int)::<lambda()>" (GCC), "auto Fn(int)::(lambda at ...)::operator()() const" (clang).
+  for (std::string_view lambda : {"::<lambda", "::(lambda", "::(anonymous class)"}) {
+    if (size_t at = text.find(lambda); at != std::string_view::npos) text = text.substr(0, at);
+  }
   size_t open = std::string_view::npos;
   int depth = 0;
   for (size_t i = text.size(); i-- > 0;) {
@@ -171,8 +199,10 @@ std::string QualifiedFunctionName(std::string_view signature) {
   depth = 0;
   for (size_t i = head.size(); i-- > 0;) {
     char c = head[i];
-    if (c == '>') ++depth;
-    else if (c == '<') --depth;
+    if (c == '>')
+      ++depth;
+    else if (c == '<')
+      --depth;
     else if (c == ' ' && depth == 0) {
       // GCC prints "{anonymous}" without blanks, so a blank here ends the name.
       start = i + 1;

@@ -1,16 +1,13 @@
-// kor.cpp - the portable runtime on POSIX.
+// kor.cpp - the portable runtime: what needs no operating system. The
+// system's halves are kor_posix.cpp and kor_windows.cpp.
 #include "kor.h"
 
-#include <dlfcn.h>
-#include <errno.h>
-#include <sys/syscall.h>
-#include <time.h>
-#include <unistd.h>
-
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <string>
+
+#include "kor_os.h"
 
 extern "C" {
 
@@ -19,9 +16,8 @@ int32_t KOR_InitEx(void) { return KOR_OK; }
 int32_t KOR_FiniEx(void) { return KOR_OK; }
 
 int64_t KOR_TimeNow(void) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+      .count();
 }
 
 int32_t KOR_ExpTimeFromTimeLocal(KOR_ExpTime* out, int64_t timeUs) {
@@ -33,48 +29,9 @@ int32_t KOR_ExpTimeFromTimeLocal(KOR_ExpTime* out, int64_t timeUs) {
     micros += 1000000;
     --seconds;
   }
-  const time_t asTimeT = static_cast<time_t>(seconds);
-  tm local{};
-  if (localtime_r(&asTimeT, &local) == nullptr) return KOR_ERR_INVALID_ARG;
+  if (!kor::detail::LocalFields(seconds, out)) return KOR_ERR_INVALID_ARG;
   out->tm_usec = static_cast<int32_t>(micros);
-  out->tm_sec = local.tm_sec;
-  out->tm_min = local.tm_min;
-  out->tm_hour = local.tm_hour;
-  out->tm_mday = local.tm_mday;
-  out->tm_mon = local.tm_mon;
-  out->tm_year = local.tm_year;
-  out->tm_wday = local.tm_wday;
-  out->tm_yday = local.tm_yday;
-  out->tm_isdst = local.tm_isdst;
-  out->tm_gmtoff = static_cast<int32_t>(local.tm_gmtoff);
   return KOR_OK;
-}
-
-int32_t KOR_GetSystemLastError(void) { return errno; }
-
-int32_t KOR_GetModuleFileName(const char* moduleName, char* path, size_t size) {
-  if (moduleName == nullptr || path == nullptr || size == 0) return KOR_ERR_INVALID_ARG;
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<void*>(&KOR_GetModuleFileName), &info) == 0 || info.dli_fname == nullptr)
-    return KOR_ERR_INVALID_ARG;
-  std::string file = info.dli_fname;
-  const size_t slash = file.rfind('/');
-  if (file.compare(slash == std::string::npos ? 0 : slash + 1, std::string::npos, moduleName) != 0)
-    return KOR_ERR_INVALID_ARG;
-  if (file.front() != '/') {
-    char cwd[4096] = {};
-    if (getcwd(cwd, sizeof cwd) == nullptr) return KOR_ERR_RANGE;
-    file = std::string(cwd) + "/" + file;
-  }
-  if (file.size() >= size) return KOR_ERR_RANGE;
-  std::memcpy(path, file.c_str(), file.size() + 1);
-  return KOR_OK;
-}
-
-uint32_t KOR_GetCurrentThreadId(void) {
-  // Kernel thread ids are unique among live threads and fit in 32 bits.
-  static thread_local const uint32_t threadId = static_cast<uint32_t>(syscall(SYS_gettid));
-  return threadId;
 }
 
 int32_t KOR_Memcpy_s(void* dest, size_t destSize, const void* src, size_t count) {
@@ -121,3 +78,57 @@ int32_t KOR_Sprintf_s(char* dest, size_t destSize, const char* format, ...) {
 }
 
 }  // extern "C"
+
+namespace kor {
+namespace {
+
+int64_t FloorDiv(int64_t value, int64_t divisor) {
+  const int64_t quotient = value / divisor;
+  return (value % divisor != 0 && (value < 0) != (divisor < 0)) ? quotient - 1 : quotient;
+}
+
+// Days since 1970-01-01 of a proleptic Gregorian date, and back: the
+// calendar arithmetic of H. Hinnant's days_from_civil, which needs no time
+// zone and no C library.
+int64_t DaysFromCivil(int64_t year, int64_t month, int64_t day) {
+  year -= month <= 2 ? 1 : 0;
+  const int64_t era = FloorDiv(year, 400);
+  const int64_t yearOfEra = year - era * 400;
+  const int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  return era * 146097 + dayOfEra - 719468;
+}
+
+}  // namespace
+
+int64_t UnixSecondsFromCivil(const CivilTime& time) {
+  // Months outside 1..12 carry into the year, as timegm normalises them.
+  const int64_t monthIndex = static_cast<int64_t>(time.month) - 1;
+  const int64_t year = time.year + FloorDiv(monthIndex, 12);
+  const int64_t month = monthIndex - FloorDiv(monthIndex, 12) * 12 + 1;
+  const int64_t days = DaysFromCivil(year, month, 1) + time.day - 1;
+  return days * 86400 + static_cast<int64_t>(time.hour) * 3600 + static_cast<int64_t>(time.minute) * 60 + time.second;
+}
+
+CivilTime CivilFromUnixSeconds(int64_t seconds) {
+  const int64_t days = FloorDiv(seconds, 86400);
+  const int64_t secondOfDay = seconds - days * 86400;
+  const int64_t shifted = days + 719468;
+  const int64_t era = FloorDiv(shifted, 146097);
+  const int64_t dayOfEra = shifted - era * 146097;
+  const int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+  const int64_t monthShifted = (5 * dayOfYear + 2) / 153;
+  CivilTime time;
+  time.day = static_cast<int>(dayOfYear - (153 * monthShifted + 2) / 5 + 1);
+  time.month = static_cast<int>(monthShifted < 10 ? monthShifted + 3 : monthShifted - 9);
+  time.year = yearOfEra + era * 400 + (time.month <= 2 ? 1 : 0);
+  time.hour = static_cast<int>(secondOfDay / 3600);
+  time.minute = static_cast<int>(secondOfDay / 60 % 60);
+  time.second = static_cast<int>(secondOfDay % 60);
+  time.weekday = static_cast<int>(days + 4 - FloorDiv(days + 4, 7) * 7);  // 1970-01-01 was a Thursday
+  time.yearDay = static_cast<int>(days - DaysFromCivil(time.year, 1, 1));
+  return time;
+}
+
+}  // namespace kor

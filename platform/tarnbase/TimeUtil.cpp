@@ -1,9 +1,9 @@
 // TimeUtil.cpp - ISO 8601 and camera timestamp conversions, always in UTC.
 #include "TimeUtil.h"
 
-#include <time.h>
-
 #include <cstdio>
+
+#include "kor.h"
 
 namespace Tarn::Base::TimeUtil {
 namespace {
@@ -82,21 +82,13 @@ bool ParseDateTime(Cursor& in, bool allowBlankSeparator, Fields* out) {
 }
 
 int64_t ToTimeT(const Fields& f) {
-  tm broken{};
-  broken.tm_year = f.year - 1900;
-  broken.tm_mon = f.month - 1;
-  broken.tm_mday = f.day;
-  broken.tm_hour = f.hour;
-  broken.tm_min = f.minute;
-  broken.tm_sec = f.second;
-  return static_cast<int64_t>(timegm(&broken));
+  const kor::CivilTime civil{f.year, f.month, f.day, f.hour, f.minute, f.second};
+  return kor::UnixSecondsFromCivil(civil);
 }
 
-bool ToBrokenDownUtc(int64_t seconds, tm* out) {
-  const time_t asTimeT = static_cast<time_t>(seconds);
-  if (static_cast<int64_t>(asTimeT) != seconds || gmtime_r(&asTimeT, out) == nullptr) return false;
-  const int64_t year = static_cast<int64_t>(out->tm_year) + 1900;
-  return year >= kMinYear && year <= kMaxYear;
+bool ToBrokenDownUtc(int64_t seconds, kor::CivilTime* out) {
+  *out = kor::CivilFromUnixSeconds(seconds);
+  return out->year >= kMinYear && out->year <= kMaxYear;
 }
 
 }  // namespace
@@ -104,7 +96,7 @@ bool ToBrokenDownUtc(int64_t seconds, tm* out) {
 int64_t ISODatetime2TimeT(const std::string& text) {
   Cursor in(text);
   Fields fields;
-  if (!ParseDateTime(in, false, &fields)) return -1;
+  if (!ParseDateTime(in, false, &fields)) return kInvalidTimeT;
   int64_t offsetSeconds = 0;
   if (in.Accept('Z') || in.Accept('z')) {
     // UTC.
@@ -113,30 +105,30 @@ int64_t ISODatetime2TimeT(const std::string& text) {
     if (!east) in.Accept('-');
     int hours = 0;
     int minutes = 0;
-    if (!in.Digits(2, &hours)) return -1;
+    if (!in.Digits(2, &hours)) return kInvalidTimeT;
     // "+08:00", "+0800" and "+08" are all in use.
     if (in.Accept(':')) {
-      if (!in.Digits(2, &minutes)) return -1;
+      if (!in.Digits(2, &minutes)) return kInvalidTimeT;
     } else if (!in.AtEnd() && !in.Digits(2, &minutes)) {
-      return -1;
+      return kInvalidTimeT;
     }
-    if (hours > 23 || minutes > 59) return -1;
+    if (hours > 23 || minutes > 59) return kInvalidTimeT;
     offsetSeconds = (hours * 3600 + minutes * 60) * (east ? 1 : -1);
   }
-  if (!in.AtEnd()) return -1;
+  if (!in.AtEnd()) return kInvalidTimeT;
   // Local time = UTC + offset.
   return ToTimeT(fields) - offsetSeconds;
 }
 
 bool TimeT2UTCDVRTime(int64_t seconds, NET_DEV_TIME* out) {
-  tm broken{};
+  kor::CivilTime broken;
   if (out == nullptr || !ToBrokenDownUtc(seconds, &broken)) return false;
-  out->year = static_cast<uint32_t>(broken.tm_year + 1900);
-  out->month = static_cast<uint32_t>(broken.tm_mon + 1);
-  out->day = static_cast<uint32_t>(broken.tm_mday);
-  out->hour = static_cast<uint32_t>(broken.tm_hour);
-  out->minute = static_cast<uint32_t>(broken.tm_min);
-  out->second = static_cast<uint32_t>(broken.tm_sec);
+  out->year = static_cast<uint32_t>(broken.year);
+  out->month = static_cast<uint32_t>(broken.month);
+  out->day = static_cast<uint32_t>(broken.day);
+  out->hour = static_cast<uint32_t>(broken.hour);
+  out->minute = static_cast<uint32_t>(broken.minute);
+  out->second = static_cast<uint32_t>(broken.second);
   return true;
 }
 
@@ -150,11 +142,11 @@ int64_t StrUTCTimeStamp2TimeT(const std::string& text) {
 }
 
 std::string TimeT2StrUTCDatetime(int64_t seconds) {
-  tm broken{};
+  kor::CivilTime broken;
   if (!ToBrokenDownUtc(seconds, &broken)) return std::string();
   char text[80];  // wide enough for any int fields
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", broken.tm_year + 1900, broken.tm_mon + 1,
-                broken.tm_mday, broken.tm_hour, broken.tm_min, broken.tm_sec);
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", static_cast<int>(broken.year), broken.month,
+                broken.day, broken.hour, broken.minute, broken.second);
   return text;
 }
 

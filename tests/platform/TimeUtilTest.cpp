@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "TestEnvironment.h"
 #include "TimeUtil.h"
 
 namespace {
@@ -12,8 +13,7 @@ namespace {
 namespace TimeUtil = Tarn::Base::TimeUtil;
 
 TEST(TimeUtil, IsoTextsWithZonesAndFractions) {
-  setenv("TZ", "EST5EDT", 1);  // results must not depend on the process time zone
-  tzset();
+  netcam_test::SetTimeZone("EST5EDT");  // results must not depend on the process time zone
   const struct {
     const char* text;
     int64_t expected;
@@ -23,6 +23,8 @@ TEST(TimeUtil, IsoTextsWithZonesAndFractions) {
       {"2024-02-29T16:30:00Z", 1709224200},        {"2024-02-29T16:30:00", 1709224200},
       {"2024-03-05T08:00:00-05:30", 1709645400},   {"2024-03-05T08:00:00-03:30", 1709638200},
       {"2024-06-21T15:17:25.123456Z", 1718983045},
+      {"1969-12-31T23:59:59Z", -1},  // a real time, not a failure
+      {"1970-01-01T00:00:00+08:00", -28800},
   };
   for (const auto& c : cases) EXPECT_EQ(TimeUtil::ISODatetime2TimeT(c.text), c.expected) << c.text;
 
@@ -40,13 +42,13 @@ TEST(TimeUtil, IsoTextsWithZonesAndFractions) {
                         "2024-03-01T24:00:00Z",
                         "2024-03-01T00:30:00+24:00",
                         " 2024-03-01T00:30:00Z"};
-  for (const char* text : junk) EXPECT_EQ(TimeUtil::ISODatetime2TimeT(text), -1) << text;
-  EXPECT_EQ(TimeUtil::ISODatetime2TimeT(std::string(1 << 20, '9')), -1);
-  EXPECT_EQ(TimeUtil::ISODatetime2TimeT(std::string("2024-03-01T00:30:00\0Z", 21)), -1);
+  for (const char* text : junk) EXPECT_EQ(TimeUtil::ISODatetime2TimeT(text), TimeUtil::kInvalidTimeT) << text;
+  EXPECT_EQ(TimeUtil::ISODatetime2TimeT(std::string(1 << 20, '9')), TimeUtil::kInvalidTimeT);
+  EXPECT_EQ(TimeUtil::ISODatetime2TimeT(std::string("2024-03-01T00:30:00\0Z", 21)), TimeUtil::kInvalidTimeT);
   const std::string full = "2024-06-21T15:17:25.123-03:30";
   for (size_t length = 0; length < full.size(); ++length) {
     const int64_t result = TimeUtil::ISODatetime2TimeT(full.substr(0, length));
-    EXPECT_TRUE(result == -1 || result > 1718900000) << full.substr(0, length);
+    EXPECT_TRUE(result == TimeUtil::kInvalidTimeT || result > 1718900000) << full.substr(0, length);
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include <cctype>
 #include <stdexcept>
+#include <utility>
 
 #include "LoopbackAddress.h"
 
@@ -55,7 +56,9 @@ std::string RtspText::Header(const std::string& name) const {
   return head.substr(start, head.find("\r\n", start) - start);
 }
 
-PeerConnection::~PeerConnection() { ::close(m_fd); }
+PeerConnection::~PeerConnection() {
+  if (m_fd >= 0) ::close(m_fd);
+}
 
 bool PeerConnection::Send(const std::string& bytes) {
   for (size_t sent = 0; sent < bytes.size();) {
@@ -67,9 +70,13 @@ bool PeerConnection::Send(const std::string& bytes) {
 }
 
 bool PeerConnection::SendInterleaved(uint8_t channel, const std::vector<uint8_t>& payload) {
+  return Send(InterleavedFrame(channel, payload));
+}
+
+std::string InterleavedFrame(uint8_t channel, const std::vector<uint8_t>& payload) {
   std::string frame = {'$', static_cast<char>(channel), static_cast<char>(payload.size() >> 8),
                        static_cast<char>(payload.size() & 0xff)};
-  return Send(frame.append(payload.begin(), payload.end()));
+  return frame.append(payload.begin(), payload.end());
 }
 
 // Reads until one whole request is buffered, dropping '$'-framed packets on the way.
@@ -120,6 +127,14 @@ void PeerConnection::Close() {
   ::shutdown(m_fd, SHUT_RDWR);
 }
 
+void PeerConnection::Reset() {
+  streaming = false;
+  m_closed = true;
+  const linger abort{1, 0};
+  ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+  ::close(std::exchange(m_fd, -1));
+}
+
 ScriptedRtspPeer::ScriptedRtspPeer(Script script)
     : m_script(std::move(script)), m_address(UniqueLoopbackAddress(0)), m_listenFd(::socket(AF_INET, SOCK_STREAM, 0)) {
   sockaddr_in address{};
@@ -151,9 +166,10 @@ ScriptedRtspPeer::ScriptedRtspPeer(Script script)
             std::unique_lock<std::mutex> record(m_mutex);
             m_requests.push_back(request);
             record.unlock();
-            m_script(connection, request);
+            if (!connection.frozen) m_script(connection, request);
           }
-          if (connection.streaming && !connection.SendInterleaved(0, RtpPacket(sequence++))) break;
+          if (connection.streaming && !connection.frozen && !connection.SendInterleaved(0, RtpPacket(sequence++)))
+            break;
         }
       });
     }
@@ -183,10 +199,13 @@ std::vector<RtspText> ScriptedRtspPeer::RequestsOf(const std::string& method) co
 
 std::vector<uint8_t> RtpPacket(uint16_t sequence) {
   std::vector<uint8_t> packet(172, 0xAB);
+  const uint32_t timestamp = sequence * 3600u;
   packet[0] = 0x80;
-  packet[1] = 96;
+  packet[1] = 0x80 | 96;
   packet[2] = static_cast<uint8_t>(sequence >> 8);
   packet[3] = static_cast<uint8_t>(sequence);
+  for (int i = 0; i < 4; ++i) packet[4 + i] = static_cast<uint8_t>(timestamp >> (24 - 8 * i));
+  packet[12] = sequence % kKeyFrameInterval == 0 ? 0x65 : 0x41;  // NAL type 5 (IDR) or 1
   return packet;
 }
 

@@ -35,9 +35,11 @@ class PeerConnection {
   // "RTSP/1.0 <status>" with the request's CSeq, extra header lines and a body.
   void Reply(const RtspText& request, int status, const std::string& extraHeaders = "", const std::string& body = "");
   void Close();
+  void Reset();  // closes at once with a TCP reset, as a camera that reboots
   bool NextMessage(RtspText* message, std::chrono::milliseconds timeout);
   bool Closed() const { return m_closed; }
   std::atomic<bool> streaming{false};  // while set, an RTP packet goes out on channel 0 every few ms
+  std::atomic<bool> frozen{false};     // a camera that hangs: requests are read, nothing is answered or sent
 
  private:
   int m_fd;
@@ -79,7 +81,11 @@ struct CameraBehaviour {
 };
 ScriptedRtspPeer::Script CameraScript(CameraBehaviour behaviour);
 
-// A minimal RTP packet (version 2, payload type 96) with the given sequence.
+// A minimal RTP packet (payload type 96) with the given sequence: one H.264 picture, timestamp sequence * 3600,
+// marker set, an IDR picture at every multiple of kKeyFrameInterval and a P picture otherwise.
+constexpr uint16_t kKeyFrameInterval = 25;
 std::vector<uint8_t> RtpPacket(uint16_t sequence);
+// '$', channel, 16-bit length, payload: one packet as it travels in the RTSP connection.
+std::string InterleavedFrame(uint8_t channel, const std::vector<uint8_t>& payload);
 
 }  // namespace netcam_test

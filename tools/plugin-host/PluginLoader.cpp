@@ -1,21 +1,17 @@
 #include "PluginLoader.h"
 
-#include <dlfcn.h>
-
 PluginLoader::~PluginLoader() {
   if (m_initialised) m_record->Fini();
-  if (m_module != nullptr) dlclose(m_module);
 }
 
 bool PluginLoader::Load(const std::string& path, std::string* error) {
   m_path = path;
-  m_module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (m_module == nullptr) {
-    *error = "cannot load plug-in " + path + ": " + dlerror();
+  if (!m_module.Open(path, error)) {
+    *error = "cannot load plug-in " + path + ": " + *error;
     return false;
   }
   using GetInterface = const ZPLUGIN_Interface* (*)();
-  auto getInterface = reinterpret_cast<GetInterface>(dlsym(m_module, "ZPLUGIN_GetPluginInterface"));
+  auto getInterface = m_module.Get<GetInterface>("ZPLUGIN_GetPluginInterface");
   if (getInterface == nullptr) {
     *error = path + " is not a plug-in: ZPLUGIN_GetPluginInterface is missing";
     return false;

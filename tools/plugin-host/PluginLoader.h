@@ -1,15 +1,16 @@
-// PluginLoader.h - loads a plug-in the way the platform does: dlopen, the
+// PluginLoader.h - loads a plug-in the way the platform does: the module, the
 // discovery record, Init, and the function tables by key.
 #pragma once
 
 #include <string>
 
+#include "SharedLibrary.h"
 #include "netcam_plugin.h"
 
 class PluginLoader {
  public:
   PluginLoader() = default;
-  ~PluginLoader();  // Fini and dlclose
+  ~PluginLoader();  // Fini, then the module is unloaded
   PluginLoader(const PluginLoader&) = delete;
   PluginLoader& operator=(const PluginLoader&) = delete;
 
@@ -28,7 +29,7 @@ class PluginLoader {
   }
 
  private:
-  void* m_module = nullptr;
+  SharedLibrary m_module;
   std::string m_path;
   const ZPLUGIN_Interface* m_record = nullptr;
   bool m_initialised = false;

@@ -6,6 +6,8 @@
 #ifndef EVLOG_H
 #define EVLOG_H
 
+#include "kor.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -16,11 +18,7 @@ extern "C" {
 #define EVLOG_ERROR 5
 
 /* Formats and writes one line when `level` passes the minimum level. */
-void evlog_write(int level, const char* module, const char* format, ...)
-#if defined(__GNUC__)
-    __attribute__((format(printf, 3, 4)))
-#endif
-    ;
+void evlog_write(int level, const char* module, const char* format, ...) KOR_PRINTF_LIKE(3, 4);
 
 /* True when a line of this level would be written. */
 int evlog_enabled(int level);

@@ -12,6 +12,18 @@
 extern "C" {
 #endif
 
+/* printf-style checking of a format argument. On Windows the C++ runtime
+ * uses mingw's own C99 printf family (%zu, %lld), not the system's older one,
+ * and the check must follow the same rules. */
+#if defined(__MINGW32__)
+#define KOR_PRINTF_LIKE(formatIndex, firstArgument) \
+  __attribute__((format(gnu_printf, formatIndex, firstArgument)))
+#elif defined(__GNUC__)
+#define KOR_PRINTF_LIKE(formatIndex, firstArgument) __attribute__((format(printf, formatIndex, firstArgument)))
+#else
+#define KOR_PRINTF_LIKE(formatIndex, firstArgument)
+#endif
+
 #define KOR_OK 0
 #define KOR_ERR_INVALID_ARG 22 /* EINVAL */
 #define KOR_ERR_RANGE 34       /* ERANGE: destination too small */
@@ -46,10 +58,11 @@ int32_t KOR_ExpTimeFromTimeLocal(KOR_ExpTime* out, int64_t timeUs);
 /* The calling thread's last system error (errno / GetLastError). */
 int32_t KOR_GetSystemLastError(void);
 
-/* Full path of the loaded module named `moduleName` (file name only), as the
- * platform's GetModuleHandle/GetModuleFileName give it. On Linux the module is
- * the one holding the runtime, which is linked into the plug-in; a relative
- * load path is made absolute, symbolic links are kept. Returns 0,
+/* Full path of the loaded module named `moduleName` (file name only), as
+ * GetModuleHandle/GetModuleFileName give it on Windows. On Linux a name ending
+ * in ".dll" means the shared object of the same name ending in ".so", and the
+ * module is the one holding the runtime, which is linked into the plug-in; a
+ * relative load path is made absolute, symbolic links are kept. Returns 0,
  * KOR_ERR_INVALID_ARG when no loaded module has that name, KOR_ERR_RANGE when
  * `path` is too small. */
 int32_t KOR_GetModuleFileName(const char* moduleName, char* path, size_t size);
@@ -67,11 +80,7 @@ int32_t KOR_Memcpy_s(void* dest, size_t destSize, const void* src, size_t count)
 int32_t KOR_Strncpy_s(char* dest, size_t destSize, const char* src, size_t count);
 /* snprintf that always terminates; returns the characters written, or -1
  * when the text was cut or the arguments are invalid. */
-int32_t KOR_Sprintf_s(char* dest, size_t destSize, const char* format, ...)
-#if defined(__GNUC__)
-    __attribute__((format(printf, 3, 4)))
-#endif
-    ;
+int32_t KOR_Sprintf_s(char* dest, size_t destSize, const char* format, ...) KOR_PRINTF_LIKE(3, 4);
 
 #ifdef __cplusplus
 }
@@ -79,6 +88,25 @@ int32_t KOR_Sprintf_s(char* dest, size_t destSize, const char* format, ...)
 #include <mutex>
 
 namespace kor {
+
+/* A UTC calendar time, computed without the C library's time zone (the
+ * proleptic Gregorian calendar, any year): one conversion that Windows and
+ * Linux share instead of timegm and gmtime_r, which Windows lacks. */
+struct CivilTime {
+  int64_t year = 1970;
+  int month = 1;   /* 1 to 12 */
+  int day = 1;     /* 1 to 31 */
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+  int weekday = 4; /* 0 Sunday; filled by CivilFromUnixSeconds */
+  int yearDay = 0; /* 0 to 365; filled by CivilFromUnixSeconds */
+};
+
+/* Seconds since 1970 of the fields as UTC. Like timegm, fields past their
+ * range carry (day 32 is the next month's first, second 60 the next minute). */
+int64_t UnixSecondsFromCivil(const CivilTime& time);
+CivilTime CivilFromUnixSeconds(int64_t seconds);
 
 /* The runtime's mutex and its scope guard. */
 class CMutex {
