@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "protocol/KeyFrame.h"
 #include "protocol/RtspAuth.h"
 #include "protocol/RtspParser.h"
 #include "protocol/RtspRequest.h"
@@ -35,7 +36,13 @@ class Reader : public mdclient::RtspStreamParser::Listener {
     volatile uint8_t sum = channel;
     for (size_t i = 0; i < size; ++i) sum = static_cast<uint8_t>(sum + data[i]);
     if ((channel & 1) != 0) mdclient::RtcpHasBye(data, size);
+    m_keyFrames[channel % 3].StartsKeyFrame(data, size);
   }
+
+ private:
+  mdclient::KeyFrameDetector m_keyFrames[3] = {mdclient::KeyFrameDetector(mdclient::VideoCodec::kH264),
+                                               mdclient::KeyFrameDetector(mdclient::VideoCodec::kH265),
+                                               mdclient::KeyFrameDetector(mdclient::VideoCodec::kOther)};
 };
 
 }  // namespace
@@ -75,7 +82,6 @@ int FuzzRtspUrl(const uint8_t* data, size_t size) {
     std::abort();
   }
   mdclient::RedactUrl(text);
-  mdclient::PercentDecode(text);
   return 0;
 }
 

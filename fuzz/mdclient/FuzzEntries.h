@@ -9,7 +9,7 @@ namespace mdclient_fuzz {
 
 // The server-to-client stream: RTSP answers and interleaved frames, fed in
 // chunks whose sizes come from the first input byte; every answer is also
-// read the way a session reads it (auth, Session, Transport, SDP, RTCP).
+// read the way a session reads it (auth, Session, Transport, SDP, RTCP, key frames).
 int FuzzRtspStream(const uint8_t* data, size_t size);
 
 // rtsp:// URL parsing and redaction.

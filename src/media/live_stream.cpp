@@ -4,6 +4,7 @@
 
 #include "MDClient.h"
 #include "MuxConvert.h"
+#include "boundary/ExceptionBarrier.h"
 #include "session/PluginLog.h"
 #include "session/axis_device_object_implement.h"
 
@@ -36,6 +37,7 @@ int32_t CPlgDeviceObjectImplement::StartStream(const PluginStreamRequest* reques
   if (!GetUrlParam(codec, request->params != nullptr ? request->params : "", "videoencoding=") || codec.empty()) {
     codec = kDefaultCodec;
   }
+  CloseReplacedSession();
   m_bPlayback = false;
   m_nPaused = 0;
   m_pfnStreamDataCB = pfnDataCB;
@@ -66,7 +68,8 @@ int32_t CPlgDeviceObjectImplement::CreateMediaSession(const std::string& session
     PLG_ERROR("[%s]MDC_Create failed, err[0x%x], url[%s].[%s(%d)]", static_cast<unsigned>(clientId), logUrl.c_str());
     return -1;
   }
-  const int32_t result = MDC_SetMsgCallBack(clientId, &CPlgDeviceObjectImplement::PullMsgCallback, this);
+  const int32_t result =
+      MDC_SetMsgCallBack(clientId, NETCAM_GUARDED_CALLBACK(CPlgDeviceObjectImplement::PullMsgCallback), this);
   if (result != 0) {
     MDC_Destroy(clientId);
     PLG_ERROR("[%s]MDC_SetMsgCallBack failed, err[0x%x], clientid[%d], url[%s].[%s(%d)]", static_cast<unsigned>(result),
@@ -77,7 +80,7 @@ int32_t CPlgDeviceObjectImplement::CreateMediaSession(const std::string& session
 }
 
 bool CPlgDeviceObjectImplement::PlayMediaSession(int32_t clientId, const std::string& logUrl) {
-  const int32_t result = MDC_Open(clientId, &CPlgDeviceObjectImplement::PullDataCallback, this);
+  const int32_t result = MDC_Open(clientId, NETCAM_GUARDED_CALLBACK(CPlgDeviceObjectImplement::PullDataCallback), this);
   if (result != 0) {
     MDC_Destroy(clientId);
     ReleaseTransform();  // an SDP may have arrived before PLAY failed
@@ -116,6 +119,18 @@ void CPlgDeviceObjectImplement::CloseMediaSession() {
   }
   // The media client runs no callback of the session any more.
   ReleaseTransform();
+}
+
+void CPlgDeviceObjectImplement::CloseReplacedSession() {
+  if (m_nClientId < 0) return;
+  // Started again without a stop: the new session takes the client id, and
+  // the earlier one is closed first. Left running, it would feed its packets
+  // into the new session's repackager and call into this object after the
+  // platform destroyed it.
+  PLG_WARN("[%s]Stream started again without a stop, closing the earlier session, clientid[%d], url[%s].[%s(%d)]",
+           m_nClientId.load(), m_strStreamUrl.c_str());
+  CloseMediaSession();
+  ForgetMediaSession();
 }
 
 void CPlgDeviceObjectImplement::ForgetMediaSession() {

@@ -50,6 +50,7 @@ int32_t CPlgDeviceObjectImplement::StartPlayBack(const PluginPlaybackCondition* 
     return NETCAM_FAIL;
   }
   const PluginStreamRequest& request = *condition->request;
+  CloseReplacedSession();
   m_bPlayback = true;
   m_nPaused = 0;
   m_dScale = 1.0;

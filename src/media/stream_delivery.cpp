@@ -1,11 +1,13 @@
 // Delivery: the repackaging session made from the camera's SDP, and the stream
 // blocks handed to the platform's data callback. Runs on the media client's
-// threads without the stream lock; the paused flag keeps late blocks back.
+// delivery thread of the session, one call at a time, without the stream lock;
+// the paused flag keeps late blocks back.
 #include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "MuxConvert.h"
+#include "boundary/ExceptionBarrier.h"
 #include "session/PluginLog.h"
 #include "session/axis_device_object_implement.h"
 
@@ -67,14 +69,16 @@ bool CPlgDeviceObjectImplement::OpenTransBySDP(CPlgDeviceObjectImplement* pStrea
         handle, start.year, start.month, start.day, start.hour, start.minute, start.second, start.dwReserved);
   }
 
-  result = MUXC_RegisterModifyGlobalTimeCallBack(handle, &CPlgDeviceObjectImplement::MUXCGlobalTimeFun, pStream);
+  result = MUXC_RegisterModifyGlobalTimeCallBack(
+      handle, NETCAM_GUARDED_CALLBACK(CPlgDeviceObjectImplement::MUXCGlobalTimeFun), pStream);
   if (result != 0) {
     MUXC_Release(handle);
     PLG_ERROR("[%s]MUXC_RegisterModifyGlobalTimeCallBack failed, err[0x%x], sap[%s].[%s(%d)]",
               static_cast<unsigned>(result), sap.c_str());
     return false;
   }
-  result = MUXC_RegisterOutputDataCallBack(handle, &CPlgDeviceObjectImplement::TransDataFun, pStream);
+  result = MUXC_RegisterOutputDataCallBack(handle, NETCAM_GUARDED_CALLBACK(CPlgDeviceObjectImplement::TransDataFun),
+                                           pStream);
   if (result != 0) {
     MUXC_Release(handle);
     PLG_ERROR("[%s]MUXC_RegisterOutputDataCallBack failed, err[0x%x], sap[%s].[%s(%d)]",

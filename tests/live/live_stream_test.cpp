@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "LogCapture.h"
 #include "LoopbackAddress.h"
@@ -108,8 +109,10 @@ TEST_P(LiveStreamCodec, BlocksArriveInOrderAndFormAPlayableProgramStream) {
 
   const std::string file = WriteTempFile(std::string("live_") + codec.codecInUrl + ".mpg", m_recorder.Stream());
   EXPECT_EQ(RunCommand("ffmpeg -nostdin -v error -i '" + file + "' -f null -"), "");
-  const std::string probe = RunCommand("ffprobe -v error -count_frames -select_streams v:0 -show_entries "
-                                       "stream=codec_name,nb_read_frames -of default=nw=1 '" + file + "'");
+  const std::string probe = RunCommand(
+      "ffprobe -v error -count_frames -select_streams v:0 -show_entries "
+      "stream=codec_name,nb_read_frames -of default=nw=1 '" +
+      file + "'");
   EXPECT_NE(probe.find(std::string("codec_name=") + codec.ffprobeCodec), std::string::npos) << probe;
   const size_t frames = std::strtoul(probe.substr(probe.find("nb_read_frames=") + 15).c_str(), nullptr, 10);
   // One payload unit per access unit: every delivered frame decodes.
@@ -129,7 +132,9 @@ INSTANTIATE_TEST_SUITE_P(Codecs, LiveStreamCodec,
                          ::testing::Values(CodecCase{"foo=1&videoencoding=h264&bar=2", "h264", "h264"},
                                            CodecCase{"videoencoding=h265", "h265", "hevc"},
                                            CodecCase{"videoencoding=&x=y", "h264", "h264"}),
-                         [](const auto& param) { return std::string(param.param.codecInUrl) + std::to_string(param.index); });
+                         [](const auto& param) {
+                           return std::string(param.param.codecInUrl) + std::to_string(param.index);
+                         });
 
 TEST_F(LiveStream, ChannelSelectsTheCameraNumber) {
   PluginStreamRequest request = Request("videoencoding=h264", 2);
@@ -184,8 +189,8 @@ TEST_F(LiveStream, CameraGoneMidStreamEndsTheStream) {
   ASSERT_TRUE(m_recorder.WaitFor(PLUGIN_STREAM_DATA, 3));
   m_camera->Stop();
   EXPECT_TRUE(m_recorder.WaitFor(PLUGIN_STREAM_END, 1)) << log.All();
+  DeviceObject_StopStream(m_device);  // waits for the callback, which logs after it delivered END
   EXPECT_TRUE(log.Contains("]Send stream data callback[PLUGIN_STREAM_END], clientid[")) << log.All();
-  DeviceObject_StopStream(m_device);
   EXPECT_EQ(m_recorder.Count(PLUGIN_STREAM_END), 1u);
 }
 
@@ -207,4 +212,19 @@ TEST_F(LiveStream, WrongCredentialsAndUnreachableCamerasFailToStart) {
   EXPECT_TRUE(log.Contains("]Input parma error, nullptr == pstDevice || nullptr == pfnDataCB![")) << log.All();
   DeviceObject_StopStream(m_device);  // idle: logs begin and end, returns
   EXPECT_TRUE(log.Contains("]StopStream end, clientid[-1]")) << log.All();
+}
+
+// A second start without a stop overwrites the client id and loses no session: both are closed by the destroy.
+TEST_F(LiveStream, EverySessionOpenedIsClosedByDestroyInstance) {
+  LogCapture log;
+  PluginStreamRequest request = Request("");
+  ASSERT_EQ(DeviceObject_StartStream(m_device, &request, &StreamRecorder::Callback, &m_recorder), 0);
+  ASSERT_EQ(DeviceObject_StartStream(m_device, &request, &StreamRecorder::Callback, &m_recorder), 0);
+  ASSERT_TRUE(m_recorder.WaitFor(PLUGIN_STREAM_DATA, 5));
+  DeviceObject_DestroyInstance(std::exchange(m_device, nullptr));
+  m_recorder.MarkStopped();
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_EQ(m_recorder.AfterStop(), 0);
+  EXPECT_EQ(log.Matching(": playing rtsp://").size(), 2u) << log.All();
+  EXPECT_EQ(log.Matching(": closed rtsp://").size(), 2u) << log.All();
 }

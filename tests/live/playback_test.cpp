@@ -165,4 +165,44 @@ TEST_F(Playback, NoBlockAfterStopReturns) {
   EXPECT_EQ(m_recorder.AfterStop(), 0);
 }
 
+// Credentials as users type them reach the camera unchanged, live and playback, and the password never
+// the log. The recording list goes over HTTP, which takes up to 15 characters: the punctuation comes in
+// three pieces. A user may hold anything but ':', which ends it in the URL.
+TEST_F(Playback, AnyPrintableCredentialsOpenLiveAndPlayback) {
+  for (const auto& [user, password] : std::vector<std::pair<std::string, std::string>>{{"root", "pa%41ss"},
+                                                                                       {"root", "100%"},
+                                                                                       {"root", "with blank"},
+                                                                                       {"root", "1234/abc"},
+                                                                                       {"root", "x?y=z#w"},
+                                                                                       {"root", "a@b:c/d@e"},
+                                                                                       {"root", " !\"#$%&'()*"},
+                                                                                       {"root", "+,-./:;<=>?"},
+                                                                                       {"root", "@[\\]^_`{|}~"},
+                                                                                       {"o p%@/#?", "p@ss:w/rd"}}) {
+    LogCapture log;
+    camsim::CameraConfig config;
+    config.address = netcam_test::UniqueLoopbackAddress(554);
+    config.user = user;
+    config.password = password;
+    camsim::Camera camera(config);
+    ASSERT_TRUE(camera.Start());
+    camera.SetRecordings({{"REC1", m_start, m_start + 3600, "h264"}});
+    PluginStreamRequest request = m_request;
+    request.address = config.address.c_str();
+    request.port = camera.HttpPort();
+    request.user = user.c_str();
+    request.password = password.c_str();
+    StreamRecorder live, played;
+    EXPECT_EQ(DeviceObject_StartStream(m_device, &request, &StreamRecorder::Callback, &live), 0) << password;
+    EXPECT_TRUE(live.WaitFor(PLUGIN_STREAM_DATA, 1)) << password;
+    DeviceObject_StopStream(m_device);
+    const PluginTime start = Utc(m_start + 60), end = Utc(m_start + 90);
+    const PluginPlaybackCondition condition{&request, &start, &end, 0, 0, 0};
+    EXPECT_EQ(DeviceObject_StartPlayBack(m_device, &condition, &StreamRecorder::Callback, &played), 0) << password;
+    EXPECT_TRUE(played.WaitFor(PLUGIN_STREAM_DATA, 1)) << password;
+    DeviceObject_StopPlayBack(m_device);
+    EXPECT_EQ(log.All().find(password), std::string::npos) << password;
+  }
+}
+
 }  // namespace

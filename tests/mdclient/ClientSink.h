@@ -26,6 +26,7 @@ struct Sink {
   std::string sdp;
   std::vector<int> messages;
   std::vector<uint32_t> frames;  // the RTP timestamp of each video picture, in arrival order
+  size_t videoBytes = 0;
   // Set by a test once MDC_Close returned: any later callback is counted.
   std::atomic<bool> closeReturned{false};
   std::atomic<int> afterClose{0};
@@ -40,6 +41,7 @@ struct Sink {
     if (closeReturned) ++afterClose;
     std::lock_guard<std::mutex> lock(mutex);
     if (list == &Sink::types && type == MDC_DATA_SDP) sdp.assign(reinterpret_cast<const char*>(data), size_t(length));
+    if (list == &Sink::types && type == MDC_DATA_VIDEO) videoBytes += size_t(length);
     if (list == &Sink::types && type == MDC_DATA_VIDEO && length >= 8) {
       const uint32_t timestamp = uint32_t{data[4]} << 24 | uint32_t{data[5]} << 16 | uint32_t{data[6]} << 8 | data[7];
       if (frames.empty() || frames.back() != timestamp) frames.push_back(timestamp);

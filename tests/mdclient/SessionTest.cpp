@@ -2,14 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ClientSink.h"
+#include "LogCapture.h"
 #include "MDClient.h"
 #include "RtspTestPeer.h"
+#include "SessionSettings.h"
 
 namespace mdclient_test {
 namespace {
@@ -21,6 +24,17 @@ using netcam_test::RtpPacket;
 using netcam_test::RtspText;
 using netcam_test::ScriptedRtspPeer;
 constexpr int32_t kNoSession = MDC_ERR_NO_SESSION;
+
+// Sessions made while it lives see a dead camera after 1 s instead of 10.
+struct ShortBounds {
+  explicit ShortBounds(size_t queueBytes = mdclient::SessionSettings{}.deliveryQueueBytes) {
+    mdclient::SessionSettings settings;
+    settings.timeouts.silence = 1s;
+    settings.deliveryQueueBytes = queueBytes;
+    mdclient::SetDefaultSessionSettings(settings);
+  }
+  ~ShortBounds() { mdclient::SetDefaultSessionSettings({}); }
+};
 
 template <typename Condition>
 bool Eventually(Condition condition) {
@@ -112,6 +126,11 @@ TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
          request.method == "SETUP" ? connection.Reply(request, 461) : camera(connection, request);
        },
        "root:pass", int32_t(MDC_ERR_STATUS)},
+      {"reset while PLAY waits",  // the open fails once, with the reset as its reason
+       [camera](PeerConnection& connection, const RtspText& request) {
+         request.method == "PLAY" ? connection.Reset() : camera(connection, request);
+       },
+       "root:pass", int32_t(MDC_ERR_CLOSED)},
       {"silent peer (waits out the answer bound)", [](PeerConnection&, const RtspText&) {}, "",
        int32_t(MDC_ERR_TIMEOUT)},
       {"refused", nullptr, "", int32_t(MDC_ERR_CONNECT)},
@@ -119,6 +138,7 @@ TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
   // The address of a peer that is gone: connecting to it is refused.
   const std::string refused = ScriptedRtspPeer([](PeerConnection&, const RtspText&) {}).Url();
   for (const Case& c : cases) {
+    LogCapture log;
     ScriptedRtspPeer peer(c.script);
     Sink sink;
     int32_t result = -1;
@@ -127,6 +147,7 @@ TEST(MdcSessionTest, OpenFailsWithTheReasonAndNoMessage) {
     EXPECT_EQ(MDC_Open(id, &Sink::OnData, &sink), int32_t(MDC_ERR_STATE)) << "one open per client";
     EXPECT_EQ(MDC_Destroy(id), 0) << c.name;
     EXPECT_TRUE(sink.messages.empty()) << c.name;
+    EXPECT_EQ(log.Matching(": open of ").size(), 1u) << c.name;
   }
 }
 
@@ -220,8 +241,16 @@ TEST(MdcSessionTest, ReportsWhatTheServerDidOnceEach) {
          connection.Send(junk);
        },
        MDC_MSG_CLOSED},
+      {"stray binary answers, then close",  // logged once, escaped and cut
+       [](PeerConnection& connection) {
+         for (int i = 0; i < 50; ++i)
+           connection.Send("RTSP/1.0 200 \x01\xfe" + std::string(300, 'x') + "\r\nCSeq: 999\r\n\r\n");
+         connection.Close();
+       },
+       MDC_MSG_CLOSED},
   };
   for (const Case& c : cases) {
+    LogCapture log;
     ScriptedRtspPeer peer(CameraScript({.afterPlay = c.afterPlay}));
     Sink sink;
     int32_t result = -1;
@@ -233,6 +262,8 @@ TEST(MdcSessionTest, ReportsWhatTheServerDidOnceEach) {
     std::lock_guard<std::mutex> lock(sink.mutex);
     EXPECT_EQ(sink.messages, std::vector<int>{c.message}) << c.name;
     EXPECT_EQ(sink.types.front(), MDC_DATA_SDP) << c.name;
+    EXPECT_LE(log.Matching(" answer ").size(), 1u) << c.name;
+    for (char byte : log.All()) ASSERT_TRUE(byte == '\n' || (byte >= 0x20 && byte < 0x7f)) << c.name;
   }
 }
 
@@ -264,6 +295,123 @@ TEST(MdcSessionTest, CloseFromInsideOwnCallbackDoesNotDeadlock) {
   EXPECT_TRUE(Eventually([&] { return !peer.RequestsOf("TEARDOWN").empty(); }));
   EXPECT_EQ(state.afterClose, 0);
   EXPECT_EQ(MDC_Destroy(id), kNoSession);
+}
+
+// A camera that hangs: while playing nothing more arrives; while paused the second keep-alive goes
+// unanswered. Keep-alives every 2 s: the silence of a pause is no fault, however long.
+TEST(MdcSessionTest, DeadCameraFailsTheSessionOnce) {
+  ShortBounds bounds;
+  for (bool paused : {false, true}) {
+    Sink sink;
+    std::atomic<int> keepAlives{0};
+    ScriptedRtspPeer::Script camera = CameraScript({.sessionTimeout = 4, .afterPlay = [paused](PeerConnection& c) {
+                                                      c.SendInterleaved(0, RtpPacket(0));
+                                                      (paused ? c.streaming : c.frozen) = true;
+                                                    }});
+    ScriptedRtspPeer peer([&, camera](PeerConnection& connection, const RtspText& request) {
+      const bool freeze = request.method == "GET_PARAMETER" && ++keepAlives == 2;
+      std::lock_guard<std::mutex> lock(sink.mutex);
+      EXPECT_TRUE(!freeze || sink.messages.empty()) << "failed while paused and answering";
+      freeze ? void(connection.frozen = true) : camera(connection, request);
+    });
+    int32_t result = -1;
+    const int32_t id = OpenClient(peer.Url(), sink, &result);
+    ASSERT_EQ(result, 0);
+    MDC_StatusChange pause{};
+    EXPECT_EQ(paused ? MDC_ChangeStatus(id, &pause) : 0, 0);
+    EXPECT_TRUE(sink.WaitForMessage(MDC_MSG_CLOSED)) << paused;
+    EXPECT_EQ(MDC_Destroy(id), 0);
+    EXPECT_EQ(sink.messages, std::vector<int>{MDC_MSG_CLOSED}) << paused;
+  }
+}
+
+// Three consumers stall in their callbacks: a fourth camera's packets keep coming, and each stalled
+// session, once its queue is full, loses the packets up to the next key frame and nothing else.
+TEST(MdcSessionTest, StalledConsumersHoldOnlyTheirOwnStreams) {
+  ShortBounds bounds(16 * 1024);
+  LogCapture log;
+  static std::atomic<bool> stall{false};
+  static std::atomic<int> stalled{0};
+  struct Stalling : Sink {
+    bool done = false;
+  } sinks[3];
+  auto stallOnce = [](int32_t id, int32_t type, const uint8_t* data, int32_t length, void* user) {
+    if (type == MDC_DATA_VIDEO && stall && !std::exchange(static_cast<Stalling*>(user)->done, true)) {
+      ++stalled;
+      Eventually([] { return !stall; });
+    }
+    Sink::OnData(id, type, data, length, user);
+  };
+  ScriptedRtspPeer peer(CameraScript({}));
+  Sink healthy;
+  int32_t result = -1;
+  std::vector<int32_t> ids = {OpenClient(peer.Url(), healthy, &result)};
+  for (Stalling& sink : sinks) {
+    ids.push_back(MDC_Create(peer.Url().c_str(), 0));
+    ASSERT_EQ(MDC_Open(ids.back(), stallOnce, &sink), 0);
+  }
+  stall = true;
+  EXPECT_TRUE(Eventually([] { return stalled == 3; }));
+  size_t before = 0;
+  healthy.WaitFor([&] { return before = healthy.frames.size(), true; });
+  EXPECT_TRUE(healthy.WaitFor([&] { return healthy.frames.size() >= before + 200; }));
+  EXPECT_TRUE(Eventually([&] { return log.Matching("dropping packets up to the next key frame").size() == 3; }));
+  stall = false;
+  for (Stalling& sink : sinks) EXPECT_TRUE(sink.WaitFor([&] { return sink.frames.size() >= 200; }));
+  for (int32_t id : ids) EXPECT_EQ(MDC_Destroy(id), 0);
+  for (Stalling& sink : sinks) {
+    std::vector<uint32_t> resumedAt;
+    for (size_t i = 1; i < sink.frames.size(); ++i) {
+      if (sink.frames[i] != sink.frames[i - 1] + 3600) resumedAt.push_back(sink.frames[i] / 3600);
+    }
+    ASSERT_EQ(resumedAt.size(), 1u);
+    EXPECT_EQ(resumedAt[0] % netcam_test::kKeyFrameInterval, 0u);
+  }
+}
+
+// Packets that come with the PLAY answer, in the same read or just before it.
+TEST(MdcSessionTest, KeepsPacketsSentWithOrBeforeThePlayAnswer) {
+  for (bool separately : {false, true}) {
+    ScriptedRtspPeer::Script camera = CameraScript({});
+    ScriptedRtspPeer peer([camera, separately](PeerConnection& connection, const RtspText& request) {
+      if (request.method != "PLAY") return camera(connection, request);
+      std::string early;
+      for (uint16_t i = 0; i < 3; ++i) early += netcam_test::InterleavedFrame(0, RtpPacket(i));
+      if (separately && connection.Send(std::exchange(early, ""))) std::this_thread::sleep_for(50ms);
+      connection.Send(early + "RTSP/1.0 200 OK\r\nCSeq: " + request.Header("CSeq") + "\r\nSession: 8E2F1A\r\n\r\n");
+      connection.SendInterleaved(0, RtpPacket(3));
+    });
+    Sink sink;
+    int32_t result = -1;
+    const int32_t id = OpenClient(peer.Url(), sink, &result);
+    ASSERT_EQ(result, 0);
+    EXPECT_TRUE(sink.WaitForPackets(4)) << separately;
+    EXPECT_EQ(MDC_Destroy(id), 0);
+    EXPECT_EQ(sink.types.front(), MDC_DATA_SDP);
+    EXPECT_EQ(sink.frames, (std::vector<uint32_t>{0, 3600, 7200, 10800})) << separately;
+  }
+}
+
+// The engine's threads live only while sessions do, so no static destructor joins one: on Windows that
+// runs under the loader lock and deadlocks. The last destroy joins them; the next create starts them again.
+TEST(MdcSessionTest, NoThreadOutlivesTheLastSession) {
+  auto threads = [] {
+    auto entries = std::filesystem::directory_iterator("/proc/self/task");
+    return std::distance(begin(entries), end(entries));
+  };
+  // Thread checkers start a helper thread of their own with the first thread a process makes.
+  std::thread([] {}).join();
+  const auto before = threads();
+  for (int round = 0; round < 2; ++round) {
+    ScriptedRtspPeer peer(CameraScript({}));
+    Sink sink;
+    int32_t result = -1;
+    const int32_t id = OpenClient(peer.Url(), sink, &result);
+    ASSERT_EQ(result, 0);
+    EXPECT_TRUE(sink.WaitForPackets(1));
+    EXPECT_EQ(MDC_Destroy(id), 0);
+  }
+  EXPECT_EQ(threads(), before);
 }
 
 }  // namespace

@@ -1,5 +1,10 @@
 // IoEngine.h - the one I/O engine every RTSP session of the process shares:
-// an io_context run by a small thread pool, created on first use.
+// an io_context run by a small thread pool, with the delivery threads beside
+// it. Both live only while sessions exist: the first session made starts
+// them, and destroying the last one stops them and joins them on the
+// caller's thread. Nothing is left for a static destructor to join: on
+// Windows those run under the loader lock (FreeLibrary, process exit), where
+// joining a thread deadlocks.
 #pragma once
 
 // Asio chooses its aligned allocator from libstdc++'s configuration macros;
@@ -8,28 +13,19 @@
 #include <cstddef>
 // clang-format on
 
-#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
-#include <thread>
-#include <vector>
 
 namespace mdclient {
 
 class IoEngine {
  public:
-  static IoEngine& Instance();
-  asio::io_context& Context() { return m_context; }
-
-  IoEngine(const IoEngine&) = delete;
-  IoEngine& operator=(const IoEngine&) = delete;
-
- private:
-  IoEngine();
-  ~IoEngine();
-
-  asio::io_context m_context;
-  asio::executor_work_guard<asio::io_context::executor_type> m_work;
-  std::vector<std::thread> m_threads;
+  // The context for one more session, threads started for the first one;
+  // nullptr (logged) when the threads cannot be started.
+  static asio::io_context* Acquire();
+  // One session fewer. The last stops the threads and joins them here; the
+  // context goes with them, and so do the handlers still queued on it and
+  // the closed sessions they hold.
+  static void Release();
 };
 
 }  // namespace mdclient

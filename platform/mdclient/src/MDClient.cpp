@@ -12,6 +12,7 @@
 
 #include "IoEngine.h"
 #include "RtspSession.h"
+#include "SessionSettings.h"
 #include "evlog.h"
 #include "protocol/RtspUrl.h"
 
@@ -29,14 +30,12 @@ class ClientRegistry {
   static constexpr uint32_t kMaxClients = 1u << kSlotBits;
   static constexpr uint32_t kGenerationMask = (1u << (31 - kSlotBits)) - 1;
 
+  // Never destroyed: sessions left at exit hold sockets of an engine that is
+  // not torn down then either (see IoEngine.h).
   static ClientRegistry& Instance() {
-    static ClientRegistry registry;
-    return registry;
+    static ClientRegistry* registry = new ClientRegistry;
+    return *registry;
   }
-
-  // Sessions hold sockets of the engine, so the engine must be built first
-  // and, being a static too, is then destroyed after the registry.
-  ClientRegistry() { mdclient::IoEngine::Instance(); }
 
   // Reserves an id and stores the session made for it; negative when full.
   template <typename Make>
@@ -102,7 +101,31 @@ std::shared_ptr<mdclient::RtspSession> FindOrLog(int32_t clientId, const char* o
   return session;
 }
 
+struct DefaultSettings {
+  std::mutex mutex;
+  mdclient::SessionSettings settings;
+};
+
+DefaultSettings& Defaults() {
+  static DefaultSettings defaults;
+  return defaults;
+}
+
 }  // namespace
+
+namespace mdclient {
+
+SessionSettings DefaultSessionSettings() {
+  std::lock_guard<std::mutex> lock(Defaults().mutex);
+  return Defaults().settings;
+}
+
+void SetDefaultSessionSettings(const SessionSettings& settings) {
+  std::lock_guard<std::mutex> lock(Defaults().mutex);
+  Defaults().settings = settings;
+}
+
+}  // namespace mdclient
 
 extern "C" {
 
@@ -118,10 +141,13 @@ int32_t MDC_Create(const char* url, int32_t /*flags: none defined*/) {
     return Code(MDC_ERR_BAD_URL);
   }
   ClientRegistry& registry = ClientRegistry::Instance();
-  asio::io_context& context = mdclient::IoEngine::Instance().Context();
-  int32_t id =
-      registry.Add([&](int32_t newId) { return std::make_shared<mdclient::RtspSession>(newId, *parsed, context); });
+  asio::io_context* context = mdclient::IoEngine::Acquire();
+  if (context == nullptr) return Code(MDC_ERR_NO_SESSION);
+  const mdclient::SessionSettings settings = mdclient::DefaultSessionSettings();
+  int32_t id = registry.Add(
+      [&](int32_t newId) { return std::make_shared<mdclient::RtspSession>(newId, *parsed, *context, settings); });
   if (id < 0) {
+    mdclient::IoEngine::Release();
     evlog_write(EVLOG_ERROR, kModule, "MDC_Create: %u clients exist already, %s refused", ClientRegistry::kMaxClients,
                 parsed->RequestUri().c_str());
     return Code(MDC_ERR_NO_SESSION);
@@ -182,6 +208,9 @@ int32_t MDC_Destroy(int32_t clientId) {
     return Code(MDC_ERR_NO_SESSION);
   }
   session->Close();
+  // The last session takes the engine's threads with it, joined here.
+  session.reset();
+  mdclient::IoEngine::Release();
   return 0;
 }
 

@@ -5,9 +5,11 @@
 #include <asio/write.hpp>
 #include <cstdio>
 #include <random>
+#include <utility>
 
 #include "evlog.h"
 #include "protocol/RtspRequest.h"
+#include "protocol/Text.h"
 
 namespace mdclient {
 namespace {
@@ -18,21 +20,6 @@ constexpr size_t kMaxMedia = 16;  // interleaved channels 0..31
 // Upper bound for a blocked caller on top of the session's own timers, which
 // normally end every wait long before.
 constexpr std::chrono::seconds kCallerSafetyMargin{5};
-
-// Which session's callback this thread is running, so that a call back into
-// the API from there neither waits for itself nor for its own strand.
-thread_local const RtspSession* t_callbackOwner = nullptr;
-
-class CallbackScope {
- public:
-  explicit CallbackScope(const RtspSession* session) : m_previous(t_callbackOwner) { t_callbackOwner = session; }
-  ~CallbackScope() { t_callbackOwner = m_previous; }
-  CallbackScope(const CallbackScope&) = delete;
-  CallbackScope& operator=(const CallbackScope&) = delete;
-
- private:
-  const RtspSession* m_previous;
-};
 
 std::string RandomHex(size_t digits) {
   static const char kHex[] = "0123456789abcdef";
@@ -60,30 +47,32 @@ bool IsAbsoluteRtspUrl(const std::string& text) {
 
 }  // namespace
 
-RtspSession::RtspSession(int32_t id, RtspUrl url, asio::io_context& context, SessionTimeouts timeouts)
+RtspSession::RtspSession(int32_t id, RtspUrl url, asio::io_context& context, const SessionSettings& settings)
     : m_id(id),
       m_url(std::move(url)),
       m_requestUri(m_url.RequestUri()),
-      m_timeouts(timeouts),
+      m_timeouts(settings.timeouts),
       m_strand(asio::make_strand(context)),
+      m_delivery(std::make_shared<Delivery>(id, settings.deliveryQueueBytes)),
       m_resolver(m_strand),
       m_socket(m_strand),
       m_connectTimer(m_strand),
       m_keepAliveTimer(m_strand),
+      m_silenceTimer(m_strand),
       m_cnonce(RandomHex(16)) {
   m_channelType.fill(-1);
+  m_channelMedium.fill(-1);
 }
 
-RtspSession::~RtspSession() = default;
-
-bool RtspSession::InOwnCallback() const { return t_callbackOwner == this; }
+// MDC_Destroy has closed the session; one that never was (process exit) must
+// still end its delivery thread. This may run on an I/O thread: after a close
+// it must not touch the gate, which a callback may hold.
+RtspSession::~RtspSession() {
+  if (m_phase != Phase::kClosed) m_delivery->Close();
+}
 
 int32_t RtspSession::SetMessageCallback(MDC_MsgCallBack callback, void* user) {
-  std::lock_guard<std::recursive_mutex> gate(m_gateMutex);
-  if (m_gateClosed) return static_cast<int32_t>(MDC_ERR_STATE);
-  m_msgCallback = callback;
-  m_msgUser = user;
-  return 0;
+  return m_delivery->SetMessageCallback(callback, user) ? 0 : static_cast<int32_t>(MDC_ERR_STATE);
 }
 
 int32_t RtspSession::SetPlayRange(double startMicros, double endMicros) {
@@ -109,13 +98,17 @@ int32_t RtspSession::Open(MDC_DataCallBack callback, void* user) {
   if (callback == nullptr) return static_cast<int32_t>(MDC_ERR_INVALID_ARG);
   std::future<int32_t> result;
   {
-    // Lock order everywhere: gate, then API state.
-    std::lock_guard<std::recursive_mutex> gate(m_gateMutex);
     std::lock_guard<std::mutex> lock(m_apiMutex);
-    if (m_phase != Phase::kCreated || m_gateClosed) return static_cast<int32_t>(MDC_ERR_STATE);
-    m_dataCallback = callback;
-    m_dataUser = user;
-    m_phase = Phase::kOpening;
+    if (m_phase != Phase::kCreated) return static_cast<int32_t>(MDC_ERR_STATE);
+    m_phase = Phase::kOpening;  // a second open is refused from here on
+  }
+  // Outside the API lock: a running callback holds the delivery gate and may
+  // call into this session, which takes the API lock.
+  if (!m_delivery->SetDataCallback(callback, user)) return static_cast<int32_t>(MDC_ERR_STATE);
+  {
+    std::lock_guard<std::mutex> lock(m_apiMutex);
+    if (m_phase != Phase::kOpening) return static_cast<int32_t>(MDC_ERR_STATE);  // closed meanwhile
+    m_delivery->Start();
     auto promise = std::make_shared<std::promise<int32_t>>();
     result = promise->get_future();
     asio::post(m_strand, [self = shared_from_this(), promise, range = m_range]() mutable {
@@ -129,6 +122,8 @@ int32_t RtspSession::Open(MDC_DataCallBack callback, void* user) {
   auto bound = m_timeouts.connect + m_timeouts.answer * static_cast<int>(3 + kMaxMedia) + kCallerSafetyMargin;
   int32_t error =
       result.wait_for(bound) == std::future_status::ready ? result.get() : static_cast<int32_t>(MDC_ERR_TIMEOUT);
+  // A failed open delivers nothing: what was held back goes with the thread.
+  if (error != 0) m_delivery->Close();
   std::lock_guard<std::mutex> lock(m_apiMutex);
   if (m_phase == Phase::kOpening) m_phase = error == 0 ? Phase::kOpen : Phase::kFailed;
   return error;
@@ -193,7 +188,8 @@ void RtspSession::OnConnected() {
 
 int32_t RtspSession::AnswerError(const RtspMessage& answer, const char* step) {
   int32_t error = answer.statusCode == 401 ? static_cast<int32_t>(MDC_ERR_AUTH) : static_cast<int32_t>(MDC_ERR_STATUS);
-  std::string reason = std::string(step) + " answered " + std::to_string(answer.statusCode) + " " + answer.reason;
+  std::string reason =
+      std::string(step) + " answered " + std::to_string(answer.statusCode) + " " + LogSafe(answer.reason);
   if (answer.statusCode == 401 && !m_url.hasCredentials) reason += " (the URL holds no credentials)";
   FinishOpen(error, reason);
   return error;
@@ -264,8 +260,15 @@ void RtspSession::SendSetup(size_t index) {
                     channels = *chosen;
                   }
                 }
-                MediaKind kind = m_description.media[index].kind;
+                const SdpMedium& medium = m_description.media[index];
+                MediaKind kind = medium.kind;
                 m_channelType[static_cast<size_t>(channels.rtp)] = DataType(kind, false);
+                if (kind == MediaKind::kVideo) {
+                  m_hasVideo = true;
+                  m_channelMedium[static_cast<size_t>(channels.rtp)] = static_cast<int8_t>(m_keyFrames.size());
+                  m_keyFrames.emplace_back(medium.formats.empty() ? VideoCodec::kOther
+                                                                  : VideoCodecOf(medium.formats.front().encoding));
+                }
                 if (channels.rtcp >= 0) m_channelType[static_cast<size_t>(channels.rtcp)] = DataType(kind, true);
                 SendSetup(index + 1);
               });
@@ -273,6 +276,10 @@ void RtspSession::SendSetup(size_t index) {
 
 void RtspSession::SendPlay() {
   std::string range = "Range: " + (m_playRange.empty() ? std::string("npt=0.000-") : m_playRange) + "\r\n";
+  // The SDP goes first; packets a server sends before or with its answer
+  // follow it, held back until the answer says the session is open.
+  m_delivery->PushDescription(m_sdp);
+  m_playSent = true;
   SendRequest("PLAY", m_aggregateUrl, std::move(range), m_timeouts.answer,
               [this, self = shared_from_this()](int32_t error, const RtspMessage* answer) {
                 if (error != 0) {
@@ -286,15 +293,20 @@ void RtspSession::SendPlay() {
                 m_streaming = true;
                 evlog_write(EVLOG_INFO, kModule, "client %d: playing %s (%zu media, session timeout %d s)", m_id,
                             m_requestUri.c_str(), m_description.media.size(), m_sessionTimeoutSeconds);
+                m_delivery->Release();
                 FinishOpen(0, "");
-                // The SDP goes out first; packets parsed after this answer follow it.
-                DeliverData(MDC_DATA_SDP, reinterpret_cast<const uint8_t*>(m_sdp.data()), m_sdp.size());
                 ScheduleKeepAlive();
+                WatchSilence();
               });
 }
 
 void RtspSession::FinishOpen(int32_t error, const std::string& reason) {
   if (!m_openResult) return;
+  // Taken before anything else: failing the pending requests runs their
+  // completions, which come back here ("no answer to PLAY") and must find the
+  // open finished, with the first reason, the one that counts.
+  std::promise<int32_t> result = std::move(*m_openResult);
+  m_openResult.reset();
   m_connectTimer.cancel();
   if (error != 0) {
     evlog_write(EVLOG_ERROR, kModule, "client %d: open of %s failed (0x%x): %s", m_id, m_requestUri.c_str(),
@@ -303,8 +315,7 @@ void RtspSession::FinishOpen(int32_t error, const std::string& reason) {
     CloseSocket();
     FailPending(static_cast<int32_t>(MDC_ERR_CLOSED));
   }
-  m_openResult->set_value(error);
-  m_openResult.reset();
+  result.set_value(error);
 }
 
 void RtspSession::SendRequest(const std::string& method, const std::string& uri, std::string extraHeaders,
@@ -381,7 +392,10 @@ void RtspSession::StartRead() {
                                                                    : "receive failed: " + error.message());
           return;
         }
-        if (!m_parser.Feed(m_receiveBuffer.data(), size, *this)) {
+        m_lastReceive = std::chrono::steady_clock::now();
+        const bool parsed = m_parser.Feed(m_receiveBuffer.data(), size, *this);
+        m_delivery->Flush();
+        if (!parsed) {
           ConnectionLost(static_cast<int32_t>(MDC_ERR_PROTOCOL), "malformed data from server: " + m_parser.Error());
           return;
         }
@@ -395,8 +409,10 @@ void RtspSession::OnMessage(const RtspMessage& message) {
     return;
   }
   if (m_pending.empty()) {
-    evlog_write(EVLOG_WARN, kModule, "client %d: unexpected answer %d from %s", m_id, message.statusCode,
-                m_requestUri.c_str());
+    if (FirstOfKind(LogKind::kUnexpectedAnswer)) {
+      evlog_write(EVLOG_WARN, kModule, "client %d: unexpected answer %d from %s (logged once)", m_id,
+                  message.statusCode, m_requestUri.c_str());
+    }
     return;
   }
   int cseq = message.CSeq();
@@ -404,7 +420,9 @@ void RtspSession::OnMessage(const RtspMessage& message) {
   if (cseq >= 0) {
     while (it != m_pending.end() && it->cseq != cseq) ++it;
     if (it == m_pending.end()) {
-      evlog_write(EVLOG_WARN, kModule, "client %d: answer with unknown CSeq %d ignored", m_id, cseq);
+      if (FirstOfKind(LogKind::kUnknownCSeq)) {
+        evlog_write(EVLOG_WARN, kModule, "client %d: answer with unknown CSeq %d ignored (logged once)", m_id, cseq);
+      }
       return;
     }
   }
@@ -444,14 +462,22 @@ void RtspSession::AnswerServerRequest(const RtspMessage& request) {
 }
 
 void RtspSession::OnInterleaved(uint8_t channel, const uint8_t* data, size_t size) {
-  if (!m_streaming || m_stopping) return;
+  if (!m_playSent || m_stopping) return;
   int8_t type = m_channelType[channel];
   if (type < 0) return;
-  DeliverData(type, data, size);
+  // Every video packet goes through its detector, dropped or not, so that
+  // access unit boundaries stay known. Without video any packet will do.
+  const int8_t medium = m_channelMedium[channel];
+  KeyFrameDetector* video = medium >= 0 ? &m_keyFrames[static_cast<size_t>(medium)] : nullptr;
+  const bool resumePoint = video != nullptr ? video->StartsKeyFrame(data, size) : !m_hasVideo;
+  // Video is handed over a picture at a time, which is what the consumer
+  // turns packets into anyway; every other packet is whole by itself.
+  m_delivery->PushData(type, data, size, resumePoint, video == nullptr || video->AtUnitBoundary());
   if (type >= MDC_DATA_RTCP_VIDEO && !m_completeReported && RtcpHasBye(data, size)) {
     m_completeReported = true;
+    m_silenceTimer.cancel();
     evlog_write(EVLOG_INFO, kModule, "client %d: %s ended the stream (RTCP BYE)", m_id, m_requestUri.c_str());
-    DeliverMessage(MDC_MSG_COMPLETE, "stream ended by server");
+    m_delivery->PushMessage(MDC_MSG_COMPLETE, "stream ended by server");
   }
 }
 
@@ -461,21 +487,55 @@ void RtspSession::ScheduleKeepAlive() {
   m_keepAliveTimer.async_wait([this, self = shared_from_this()](const asio::error_code& error) {
     if (error || !m_streaming || m_stopping) return;
     const char* method = m_keepAliveWithGetParameter ? "GET_PARAMETER" : "OPTIONS";
-    SendRequest(method, m_aggregateUrl, "", m_timeouts.answer,
+    SendRequest(method, m_aggregateUrl, "", m_timeouts.silence,
                 [this, self, method](int32_t requestError, const RtspMessage* answer) {
-                  if (requestError == 0 && answer->statusCode != 200) {
-                    evlog_write(EVLOG_WARN, kModule, "client %d: keep-alive %s to %s answered %d %s", m_id, method,
-                                m_requestUri.c_str(), answer->statusCode, answer->reason.c_str());
+                  if (requestError == 0 && answer->statusCode != 200 && FirstOfKind(LogKind::kKeepAliveRefused)) {
+                    evlog_write(EVLOG_WARN, kModule, "client %d: keep-alive %s to %s answered %d %s (logged once)",
+                                m_id, method, m_requestUri.c_str(), answer->statusCode,
+                                LogSafe(answer->reason).c_str());
+                  }
+                  // While paused the camera sends nothing else: an unanswered
+                  // keep-alive is the only sign that it is gone.
+                  if (requestError == static_cast<int32_t>(MDC_ERR_TIMEOUT) && m_paused && m_streaming && !m_stopping) {
+                    ConnectionLost(requestError, "keep-alive " + std::string(method) + " unanswered for " +
+                                                     std::to_string(m_timeouts.silence.count()) + " ms while paused");
                   }
                 });
     ScheduleKeepAlive();
   });
 }
 
+// While playing, a camera that sends nothing at all (frozen, cable pulled,
+// NAT entry gone) is dead: TCP alone would not tell us for many minutes.
+void RtspSession::WatchSilence() {
+  m_silenceTimer.expires_at(m_lastReceive + m_timeouts.silence);
+  m_silenceTimer.async_wait([this, self = shared_from_this()](const asio::error_code& error) {
+    if (error || !m_streaming || m_stopping || m_paused || m_completeReported) return;
+    if (std::chrono::steady_clock::now() - m_lastReceive < m_timeouts.silence) {
+      WatchSilence();
+      return;
+    }
+    ConnectionLost(static_cast<int32_t>(MDC_ERR_TIMEOUT),
+                   "nothing received for " + std::to_string(m_timeouts.silence.count()) + " ms");
+  });
+}
+
+void RtspSession::OnPlayingChanged(bool paused) {
+  if (paused == m_paused || !m_streaming || m_stopping) return;
+  m_paused = paused;
+  if (paused) {
+    m_silenceTimer.cancel();
+  } else {
+    m_lastReceive = std::chrono::steady_clock::now();
+    WatchSilence();
+  }
+}
+
 void RtspSession::ConnectionLost(int32_t error, const std::string& reason) {
   bool wasStreaming = m_streaming;
   m_streaming = false;
   m_keepAliveTimer.cancel();
+  m_silenceTimer.cancel();
   CloseSocket();
   if (m_openResult) {
     FinishOpen(error, reason);
@@ -489,7 +549,7 @@ void RtspSession::ConnectionLost(int32_t error, const std::string& reason) {
     return;
   }
   evlog_write(EVLOG_ERROR, kModule, "client %d: session with %s lost: %s", m_id, m_requestUri.c_str(), reason.c_str());
-  DeliverMessage(MDC_MSG_CLOSED, reason);
+  m_delivery->PushMessage(MDC_MSG_CLOSED, reason);
 }
 
 void RtspSession::FailPending(int32_t error) {
@@ -535,14 +595,15 @@ int32_t RtspSession::ChangeStatus(int32_t kind, double speed) {
                 [this, promise, method](int32_t error, const RtspMessage* answer) {
                   if (error == 0 && answer->statusCode != 200) {
                     evlog_write(EVLOG_ERROR, kModule, "client %d: %s to %s answered %d %s", m_id, method.c_str(),
-                                m_requestUri.c_str(), answer->statusCode, answer->reason.c_str());
+                                m_requestUri.c_str(), answer->statusCode, LogSafe(answer->reason).c_str());
                     error = static_cast<int32_t>(MDC_ERR_STATUS);
                   }
+                  if (error == 0) OnPlayingChanged(method == "PAUSE");
                   promise->set_value(error);
                 });
   });
-  // From inside our own callback the strand is busy with us: send and go on.
-  if (InOwnCallback()) return 0;
+  // Callbacks run on the session's own delivery thread, never on the strand,
+  // so waiting here is safe from inside one too.
   if (result.wait_for(m_timeouts.answer + kCallerSafetyMargin) != std::future_status::ready) {
     return static_cast<int32_t>(MDC_ERR_TIMEOUT);
   }
@@ -550,12 +611,8 @@ int32_t RtspSession::ChangeStatus(int32_t kind, double speed) {
 }
 
 int32_t RtspSession::Close() {
-  {
-    // Taking the gate waits for a callback running on another thread; on
-    // our own callback's thread the lock is recursive and does not wait.
-    std::lock_guard<std::recursive_mutex> gate(m_gateMutex);
-    m_gateClosed = true;
-  }
+  // Waits for a callback running on the delivery thread, unless this is it.
+  m_delivery->Close();
   {
     std::lock_guard<std::mutex> lock(m_apiMutex);
     if (m_phase == Phase::kClosed) return 0;
@@ -566,7 +623,7 @@ int32_t RtspSession::Close() {
   auto stopped = std::make_shared<std::promise<void>>();
   std::future<void> done = stopped->get_future();
   asio::post(m_strand, [self = shared_from_this(), stopped]() { self->Stop([stopped] { stopped->set_value(); }); });
-  if (!InOwnCallback()) done.wait_for(m_timeouts.teardown + kCallerSafetyMargin);
+  done.wait_for(m_timeouts.teardown + kCallerSafetyMargin);
   return 0;
 }
 
@@ -579,13 +636,14 @@ void RtspSession::Stop(std::function<void()> done) {
   bool wasStreaming = m_streaming;
   m_streaming = false;
   m_keepAliveTimer.cancel();
+  m_silenceTimer.cancel();
   m_connectTimer.cancel();
   m_resolver.cancel();
   if (m_openResult) FinishOpen(static_cast<int32_t>(MDC_ERR_CLOSED), "closed by the caller during open");
   FailPending(static_cast<int32_t>(MDC_ERR_CLOSED));
   if (!wasStreaming || !m_socket.is_open()) {
     CloseSocket();
-    evlog_write(EVLOG_INFO, kModule, "client %d: closed %s", m_id, m_requestUri.c_str());
+    LogClosed();
     done();
     return;
   }
@@ -595,23 +653,24 @@ void RtspSession::Stop(std::function<void()> done) {
   SendRequest("TEARDOWN", m_aggregateUrl, "", m_timeouts.teardown,
               [this, self = shared_from_this(), finish](int32_t, const RtspMessage*) {
                 CloseSocket();
-                evlog_write(EVLOG_INFO, kModule, "client %d: closed %s", m_id, m_requestUri.c_str());
+                LogClosed();
                 (*finish)();
               });
 }
 
-void RtspSession::DeliverData(int32_t type, const uint8_t* data, size_t size) {
-  std::lock_guard<std::recursive_mutex> gate(m_gateMutex);
-  if (m_gateClosed || m_dataCallback == nullptr) return;
-  CallbackScope scope(this);
-  m_dataCallback(m_id, type, data, static_cast<int32_t>(size), m_dataUser);
+bool RtspSession::FirstOfKind(LogKind kind) {
+  const uint32_t bit = 1u << static_cast<int>(kind);
+  return (std::exchange(m_loggedKinds, m_loggedKinds | bit) & bit) == 0;
 }
 
-void RtspSession::DeliverMessage(int32_t type, const std::string& text) {
-  std::lock_guard<std::recursive_mutex> gate(m_gateMutex);
-  if (m_gateClosed || m_msgCallback == nullptr) return;
-  CallbackScope scope(this);
-  m_msgCallback(m_id, type, text.c_str(), static_cast<int32_t>(text.size()), m_msgUser);
+void RtspSession::LogClosed() {
+  const uint64_t dropped = m_delivery->Dropped();
+  if (dropped == 0) {
+    evlog_write(EVLOG_INFO, kModule, "client %d: closed %s", m_id, m_requestUri.c_str());
+  } else {
+    evlog_write(EVLOG_INFO, kModule, "client %d: closed %s (%llu packets dropped for a slow consumer)", m_id,
+                m_requestUri.c_str(), static_cast<unsigned long long>(dropped));
+  }
 }
 
 }  // namespace mdclient

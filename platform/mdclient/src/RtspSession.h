@@ -1,7 +1,8 @@
-// RtspSession.h - one RTSP client session: the handshake, interleaved
-// delivery, keep-alive, status changes and close, all on one strand of the
-// shared I/O engine. The public entry points block their caller only for the
-// bounded time of one exchange.
+// RtspSession.h - one RTSP client session: the handshake, the interleaved
+// stream, keep-alive, dead-camera watch, status changes and close, all on one
+// strand of the shared I/O engine; what it receives reaches the platform
+// through the session's own Delivery. The public entry points block their
+// caller only for the bounded time of one exchange.
 #pragma once
 
 #include <array>
@@ -26,7 +27,10 @@
 #include <string>
 #include <vector>
 
+#include "Delivery.h"
 #include "MDClient.h"
+#include "SessionSettings.h"
+#include "protocol/KeyFrame.h"
 #include "protocol/RtspAuth.h"
 #include "protocol/RtspParser.h"
 #include "protocol/RtspUrl.h"
@@ -34,15 +38,9 @@
 
 namespace mdclient {
 
-struct SessionTimeouts {
-  std::chrono::milliseconds connect{10000};
-  std::chrono::milliseconds answer{10000};
-  std::chrono::milliseconds teardown{500};
-};
-
 class RtspSession : public std::enable_shared_from_this<RtspSession>, private RtspStreamParser::Listener {
  public:
-  RtspSession(int32_t id, RtspUrl url, asio::io_context& context, SessionTimeouts timeouts = {});
+  RtspSession(int32_t id, RtspUrl url, asio::io_context& context, const SessionSettings& settings = {});
   ~RtspSession() override;
   RtspSession(const RtspSession&) = delete;
   RtspSession& operator=(const RtspSession&) = delete;
@@ -84,16 +82,17 @@ class RtspSession : public std::enable_shared_from_this<RtspSession>, private Rt
   void OnInterleaved(uint8_t channel, const uint8_t* data, size_t size) override;
   void AnswerServerRequest(const RtspMessage& request);
   void ScheduleKeepAlive();
+  void WatchSilence();
+  void OnPlayingChanged(bool paused);
   void ConnectionLost(int32_t error, const std::string& reason);
   void FailPending(int32_t error);
   void Stop(std::function<void()> done);
   void CloseSocket();
+  void LogClosed();
+  // Stray input a camera may repeat with every read is logged once a session.
+  enum class LogKind { kUnexpectedAnswer, kUnknownCSeq, kKeepAliveRefused };
+  bool FirstOfKind(LogKind kind);
   int32_t AnswerError(const RtspMessage& answer, const char* step);
-
-  // Delivery through the gate that MDC_Close shuts.
-  void DeliverData(int32_t type, const uint8_t* data, size_t size);
-  void DeliverMessage(int32_t type, const std::string& text);
-  bool InOwnCallback() const;
 
   const int32_t m_id;
   const RtspUrl m_url;
@@ -106,19 +105,16 @@ class RtspSession : public std::enable_shared_from_this<RtspSession>, private Rt
   Phase m_phase = Phase::kCreated;
   std::string m_range;  // "clock=..." or empty
 
-  // Callback gate: recursive so that a callback may call back into the API.
-  std::recursive_mutex m_gateMutex;
-  bool m_gateClosed = false;
-  MDC_DataCallBack m_dataCallback = nullptr;
-  void* m_dataUser = nullptr;
-  MDC_MsgCallBack m_msgCallback = nullptr;
-  void* m_msgUser = nullptr;
+  // Callbacks, their queue and thread; shared with that thread.
+  const std::shared_ptr<Delivery> m_delivery;
 
   // Strand side.
   asio::ip::tcp::resolver m_resolver;
   asio::ip::tcp::socket m_socket;
   asio::steady_timer m_connectTimer;
   asio::steady_timer m_keepAliveTimer;
+  asio::steady_timer m_silenceTimer;
+  std::chrono::steady_clock::time_point m_lastReceive;
   bool m_connectTimedOut = false;
   std::optional<std::promise<int32_t>> m_openResult;
   std::string m_playRange;
@@ -139,9 +135,15 @@ class RtspSession : public std::enable_shared_from_this<RtspSession>, private Rt
   std::string m_sessionId;
   int m_sessionTimeoutSeconds = 60;
   std::array<int8_t, 256> m_channelType{};
+  std::array<int8_t, 256> m_channelMedium{};  // video RTP channels: index into m_keyFrames
+  std::vector<KeyFrameDetector> m_keyFrames;
+  bool m_hasVideo = false;
+  bool m_playSent = false;   // packets from here on are kept, held until PLAY is answered
   bool m_streaming = false;  // PLAY answered, connection up
+  bool m_paused = false;     // PAUSE answered: silence is expected, keep-alives are watched
   bool m_stopping = false;   // MDC_Close under way
   bool m_completeReported = false;
+  uint32_t m_loggedKinds = 0;  // LogKind bits already logged
 };
 
 }  // namespace mdclient

@@ -1,10 +1,10 @@
 #include "protocol/RtspAuth.h"
-#include "protocol/Text.h"
-
-#include <openssl/evp.h>
 
 #include <cctype>
 #include <cstdio>
+
+#include "protocol/Md5.h"
+#include "protocol/Text.h"
 
 namespace mdclient {
 namespace {
@@ -70,15 +70,12 @@ std::string QuotedString(std::string_view text) {
 }  // namespace
 
 std::string Md5Hex(std::string_view data) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  EVP_Digest(data.data(), data.size(), digest, &length, EVP_md5(), nullptr);
   static const char kHex[] = "0123456789abcdef";
   std::string hex;
-  hex.reserve(length * 2);
-  for (unsigned int i = 0; i < length; ++i) {
-    hex.push_back(kHex[digest[i] >> 4]);
-    hex.push_back(kHex[digest[i] & 0x0f]);
+  hex.reserve(32);
+  for (const uint8_t byte : Md5(data)) {
+    hex.push_back(kHex[byte >> 4]);
+    hex.push_back(kHex[byte & 0x0f]);
   }
   return hex;
 }

@@ -1,10 +1,11 @@
 #include "protocol/RtspRequest.h"
-#include "protocol/Text.h"
 
 #include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
+
+#include "kor.h"
+#include "protocol/Text.h"
 
 namespace mdclient {
 namespace {
@@ -22,12 +23,12 @@ bool ParseSmallNumber(std::string_view text, int* value) {
 
 bool FormatClock(double micros, char* out, size_t size) {
   auto totalMillis = static_cast<int64_t>(std::floor(micros / 1000.0));
-  time_t seconds = static_cast<time_t>(totalMillis / 1000);
+  const int64_t seconds = totalMillis / 1000;
   int millis = static_cast<int>(totalMillis % 1000);
-  std::tm utc{};
-  if (gmtime_r(&seconds, &utc) == nullptr) return false;
-  int written = std::snprintf(out, size, "%04d%02d%02dT%02d%02d%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
-                              utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis);
+  const kor::CivilTime utc = kor::CivilFromUnixSeconds(seconds);
+  if (utc.year < 0 || utc.year > 9999) return false;
+  int written = std::snprintf(out, size, "%04d%02d%02dT%02d%02d%02d.%03dZ", static_cast<int>(utc.year), utc.month,
+                              utc.day, utc.hour, utc.minute, utc.second, millis);
   return written > 0 && static_cast<size_t>(written) < size;
 }
 

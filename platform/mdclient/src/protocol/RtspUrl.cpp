@@ -1,16 +1,10 @@
 #include "protocol/RtspUrl.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace mdclient {
 namespace {
-
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 bool IsHostNameChar(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '.' || c == '_';
@@ -65,21 +59,37 @@ bool Fail(std::string* error, const char* reason) {
   return false;
 }
 
-}  // namespace
+bool HasBlankOrControl(std::string_view text) {
+  for (char c : text) {
+    if (static_cast<unsigned char>(c) <= 0x20 || c == 0x7f) return true;
+  }
+  return false;
+}
 
-std::string PercentDecode(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0) {
-      out.push_back(static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2])));
-      i += 2;
-    } else {
-      out.push_back(text[i]);
+// Where the user info ends: the last '@' that is followed by a valid
+// host[:port] and then the path or the query. The plug-in always writes a
+// path, so its passwords may hold '/', '?', '#' and '@' as they are. Without
+// such an '@' the authority runs to the first '/', '?' or '#' and the host
+// follows its last '@', if any.
+size_t UserInfoEnd(std::string_view rest, size_t* authorityEnd) {
+  for (size_t end = rest.size(); end > 0;) {
+    const size_t at = rest.rfind('@', end - 1);
+    if (at == std::string_view::npos) break;
+    end = at;
+    const size_t hostEnd = rest.find_first_of("/?@", at + 1);
+    if (hostEnd == std::string_view::npos || rest[hostEnd] == '@') continue;
+    std::string host;
+    uint16_t port = 0;
+    if (ParseAuthority(rest.substr(at + 1, hostEnd - at - 1), &host, &port)) {
+      *authorityEnd = hostEnd;
+      return at;
     }
   }
-  return out;
+  *authorityEnd = std::min(rest.find_first_of("/?#"), rest.size());
+  return rest.substr(0, *authorityEnd).rfind('@');
 }
+
+}  // namespace
 
 std::optional<RtspUrl> ParseRtspUrl(std::string_view text, std::string* error) {
   constexpr std::string_view kScheme = "rtsp://";
@@ -94,45 +104,22 @@ std::optional<RtspUrl> ParseRtspUrl(std::string_view text, std::string* error) {
     }
   }
   for (char c : text) {
-    if (static_cast<unsigned char>(c) <= 0x20 || c == 0x7f) {
-      Fail(error, "URL contains blanks or control characters");
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+      Fail(error, "URL contains control characters");
       return std::nullopt;
     }
   }
   std::string_view rest = text.substr(kScheme.size());
   RtspUrl url;
-
-  // The authority normally ends at the first '/' or '?'. When that piece is
-  // no valid host, the password itself holds a '/': then the host follows the
-  // first '@' whose following segment is a valid host[:port].
-  size_t authorityEnd = rest.find_first_of("/?");
-  if (authorityEnd == std::string_view::npos) authorityEnd = rest.size();
-  std::string_view authority = rest.substr(0, authorityEnd);
-  size_t at = authority.rfind('@');
-  size_t hostStart = 0;
+  size_t authorityEnd = 0;
+  const size_t at = UserInfoEnd(rest, &authorityEnd);
+  const size_t hostStart = at == std::string_view::npos ? 0 : at + 1;
   if (at != std::string_view::npos) {
-    hostStart = at + 1;
-  } else if (!ParseAuthority(authority, &url.host, &url.port)) {
-    for (size_t candidate = rest.find('@'); candidate != std::string_view::npos;
-         candidate = rest.find('@', candidate + 1)) {
-      size_t end = rest.find_first_of("/?", candidate + 1);
-      if (end == std::string_view::npos) end = rest.size();
-      std::string_view segment = rest.substr(candidate + 1, end - candidate - 1);
-      std::string host;
-      uint16_t port = 0;
-      if (segment.find('@') == std::string_view::npos && ParseAuthority(segment, &host, &port)) {
-        at = candidate;
-        hostStart = candidate + 1;
-        authorityEnd = end;
-        break;
-      }
-    }
-  }
-  if (at != std::string_view::npos) {
+    // Taken as written: the plug-in inserts user and password unencoded.
     std::string_view userInfo = rest.substr(0, at);
     size_t colon = userInfo.find(':');
-    url.user = PercentDecode(userInfo.substr(0, colon));
-    if (colon != std::string_view::npos) url.password = PercentDecode(userInfo.substr(colon + 1));
+    url.user = std::string(userInfo.substr(0, colon));
+    if (colon != std::string_view::npos) url.password = std::string(userInfo.substr(colon + 1));
     url.hasCredentials = true;
   }
   url.authority = std::string(rest.substr(hostStart, authorityEnd - hostStart));
@@ -141,10 +128,16 @@ std::optional<RtspUrl> ParseRtspUrl(std::string_view text, std::string* error) {
     return std::nullopt;
   }
   std::string_view tail = rest.substr(authorityEnd);
+  if (HasBlankOrControl(tail)) {
+    Fail(error, "URL path contains blanks");
+    return std::nullopt;
+  }
   if (tail.empty()) {
     url.pathAndQuery = "/";
   } else if (tail.front() == '?') {
     url.pathAndQuery = "/" + std::string(tail);
+  } else if (tail.front() == '#') {
+    url.pathAndQuery = "/";
   } else {
     url.pathAndQuery = std::string(tail);
   }

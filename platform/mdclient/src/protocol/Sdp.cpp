@@ -1,7 +1,8 @@
 #include "protocol/Sdp.h"
-#include "protocol/Text.h"
 
 #include <cctype>
+
+#include "protocol/Text.h"
 
 namespace mdclient {
 namespace {
@@ -29,6 +30,17 @@ SessionDescription ParseSessionDescription(std::string_view sdp) {
       medium.type = std::string(type);
       medium.kind = KindOf(type);
       description.media.push_back(std::move(medium));
+    } else if (line[0] == 'a' && StartsWithIgnoreCase(line.substr(2), "rtpmap:") && !description.media.empty()) {
+      // a=rtpmap:<payload type> <encoding name>/<clock rate>[/<channels>]
+      std::string_view value = line.substr(2 + 7);
+      const size_t blank = value.find(' ');
+      int type = 0;
+      for (char c : value.substr(0, blank)) {
+        type = c >= '0' && c <= '9' && type < 128 ? type * 10 + (c - '0') : 1000;
+      }
+      if (blank == 0 || blank == std::string_view::npos || type > 127) continue;
+      std::string_view encoding = Trim(value.substr(blank + 1));
+      description.media.back().formats.push_back({type, std::string(encoding.substr(0, encoding.find('/')))});
     } else if (line[0] == 'a' && StartsWithIgnoreCase(line.substr(2), "control:")) {
       std::string_view value = line.substr(2 + 8);
       while (!value.empty() && value.front() == ' ') value.remove_prefix(1);

@@ -1,5 +1,6 @@
 // Sdp.h - the part of an SDP description a client needs for SETUP: each
-// medium's type and control URL, and the session-level (aggregate) control.
+// medium's type, control URL and payload formats, and the session-level
+// (aggregate) control.
 #pragma once
 
 #include <string>
@@ -14,6 +15,11 @@ struct SdpMedium {
   std::string type;  // "video", "audio", "application", ...
   MediaKind kind = MediaKind::kMetadata;
   std::string control;  // a=control value as written; may be empty
+  struct PayloadFormat {
+    int type = -1;
+    std::string encoding;  // a=rtpmap encoding name as written, e.g. "H264"
+  };
+  std::vector<PayloadFormat> formats;
 };
 
 struct SessionDescription {
