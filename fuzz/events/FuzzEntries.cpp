@@ -38,7 +38,8 @@ int FuzzEventRequest(const uint8_t* data, size_t size) {
   }();
   const int fd = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-  // An unfinished request gets no answer: stop waiting soon (a finished one is answered at once).
+  // The server closes at once after an unfinished request (it sees the peer's
+  // close) and answers a finished one at once; the bound is a safety net only.
   const timeval timeout{0, 200 * 1000};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
   if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace schedule_fuzz {
 
@@ -13,5 +14,8 @@ int FuzzActionConfigurations(const uint8_t* data, size_t size);  // GetActionCon
 int FuzzScheduledEvents(const uint8_t* data, size_t size);       // GetScheduledEvents answer
 int FuzzCalendar(const uint8_t* data, size_t size);              // one iCalendar text
 int FuzzTransMethod(const uint8_t* data, size_t size);           // the platform's command text
+
+// What the command channel fuzzer's camera answers to every request.
+extern std::string g_cameraAnswer;
 
 }  // namespace schedule_fuzz

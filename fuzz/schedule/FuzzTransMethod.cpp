@@ -10,6 +10,8 @@
 
 namespace schedule_fuzz {
 
+std::string g_cameraAnswer;
+
 namespace {
 
 void Require(bool condition) {
@@ -19,9 +21,11 @@ void Require(bool condition) {
 }  // namespace
 
 int FuzzTransMethod(const uint8_t* data, size_t size) {
-  // Not opened: the camera requests fail at once, so only the command text is exercised.
+  // Not opened. In the fuzzer the camera answers with the command text itself
+  // (FuzzTransport.cpp); replayed by the unit tests, its requests fail at once.
   static CPlgDeviceObjectImplement device;
-  std::vector<char> response(1 << 20, '\0');
+  static std::vector<char> response(1 << 20);
+  g_cameraAnswer.assign(reinterpret_cast<const char*>(data), size);
   uint32_t length = 0;
   const int32_t result =
       device.TransMethod(reinterpret_cast<const char*>(data), static_cast<uint32_t>(size), response.data(), &length);

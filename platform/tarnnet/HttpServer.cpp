@@ -1,13 +1,9 @@
-// HttpServer.cpp - CHttpServer on libmicrohttpd: one polling thread (epoll)
+// HttpServer.cpp - CHttpServer on libmicrohttpd: one polling thread (poll(2))
 // per server, each complete request suspended until HttpServerSyncSend
 // resumes it with its answer.
 #include "HttpServer.h"
 
-#include <arpa/inet.h>
-#include <microhttpd.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "Sockets.h"
 
 #include <atomic>
 #include <chrono>
@@ -21,6 +17,7 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "evlog.h"
@@ -42,12 +39,22 @@ struct Request {
   State state = State::Receiving;
   bool begun = false;
   int32_t link = 0;
-  Clock::time_point started;
   Clock::time_point suspended;
   HttpRequest request;
   std::string body;
   HttpResponse response;
   std::string answer;
+};
+
+// One accepted connection, from accept to close. MHD times out only silence,
+// so a peer that trickles its request a byte at a time is cut off by the
+// reaper once the request has taken longer than allowed.
+struct Connection {
+  MHD_socket fd = MHD_INVALID_SOCKET;
+  std::string peer;
+  Clock::time_point requestBegan;  // accept, or the end of the previous request
+  bool receiving = true;           // the current request is not complete yet
+  bool cut = false;
 };
 
 struct Server {
@@ -58,6 +65,10 @@ struct Server {
   MHD_Daemon* daemon = nullptr;
   bool stopping = false;         // guarded by the link table's mutex
   std::atomic<int> expiring{0};  // released requests whose 503 is not yet out
+  // Open connections. A connection leaves the set (under the mutex) before MHD
+  // closes its socket, so the reaper never shuts down a socket it does not own.
+  std::mutex connectionMutex;
+  std::unordered_set<Connection*> connections;
   // Watches waiting requests for closed peers and for their answer time.
   std::thread reaper;
   std::mutex reaperMutex;
@@ -157,7 +168,6 @@ void* OnRequestLine(void* cls, const char* uri, MHD_Connection* connection) {
   auto* request = new Request;
   request->server = static_cast<Server*>(cls);
   request->connection = connection;
-  request->started = Clock::now();
   request->request.strUrl = uri != nullptr ? uri : "";
   return request;
 }
@@ -186,13 +196,41 @@ bool TakeBody(Server& server, Request& request, const char* data, size_t size) {
                 request.request.strPeerAddress.c_str(), server.limits.nMaxBodyBytes);
     return false;
   }
-  if (Clock::now() - request.started > std::chrono::seconds(server.limits.nRequestTimeoutSeconds)) {
-    evlog_write(EVLOG_WARN, kLogModule, "request from %s closed: body still arriving after %u s",
-                request.request.strPeerAddress.c_str(), server.limits.nRequestTimeoutSeconds);
-    return false;
-  }
   request.body.append(data, size);
   return true;
+}
+
+Connection* ConnectionOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+  return info != nullptr ? static_cast<Connection*>(info->socket_context) : nullptr;
+}
+
+// The connection's request is complete (receiving false), or it was answered
+// and the next request on the connection begins now (receiving true).
+void MarkReceiving(Server& server, MHD_Connection* connection, bool receiving) {
+  Connection* state = ConnectionOf(connection);
+  if (state == nullptr) return;
+  std::lock_guard<std::mutex> lock(server.connectionMutex);
+  state->receiving = receiving;
+  if (receiving) state->requestBegan = Clock::now();
+}
+
+void OnConnection(void* cls, MHD_Connection* connection, void** socketContext, MHD_ConnectionNotificationCode code) {
+  auto& server = *static_cast<Server*>(cls);
+  std::lock_guard<std::mutex> lock(server.connectionMutex);
+  if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+    auto state = std::make_unique<Connection>();
+    const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    state->fd = info != nullptr ? info->connect_fd : MHD_INVALID_SOCKET;
+    state->peer = PeerAddress(connection);
+    state->requestBegan = Clock::now();
+    server.connections.insert(state.get());
+    *socketContext = state.release();
+  } else if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+    std::unique_ptr<Connection> state(static_cast<Connection*>(*socketContext));
+    server.connections.erase(state.get());
+    *socketContext = nullptr;
+  }
 }
 
 // The whole request is in: park it and hand it to the callback.
@@ -203,6 +241,7 @@ MHD_Result DispatchRequest(Server& server, Request& request) {
     if (server.stopping) return QueueText(request.connection, MHD_HTTP_SERVICE_UNAVAILABLE, "Server stopping\n");
     request.link = table.NewLink();
     request.state = Request::State::Waiting;
+    MarkReceiving(server, request.connection, false);
     request.suspended = Clock::now();
     table.waiting.emplace(request.link, &request);
     MHD_suspend_connection(request.connection);
@@ -243,7 +282,8 @@ MHD_Result OnAccess(void* cls, MHD_Connection* connection, const char* url, cons
   return QueueText(connection, MHD_HTTP_SERVICE_UNAVAILABLE, "No answer\n");
 }
 
-void OnCompleted(void* /*cls*/, MHD_Connection* /*connection*/, void** context, MHD_RequestTerminationCode) {
+void OnCompleted(void* cls, MHD_Connection* connection, void** context, MHD_RequestTerminationCode) {
+  MarkReceiving(*static_cast<Server*>(cls), connection, true);
   auto* request = static_cast<Request*>(*context);
   if (request == nullptr) return;
   {
@@ -264,34 +304,54 @@ void OnLog(void* /*cls*/, const char* format, va_list args) {
   evlog_write(EVLOG_TRACE, kLogModule, "libmicrohttpd: %s", text);
 }
 
+// Shuts down the socket of every connection whose request (headers and body)
+// is still arriving after the request time-out; MHD then closes it on its own
+// thread. Called by the reaper only.
+void CutSlowRequests(Server& server) {
+  const auto deadline = Clock::now() - std::chrono::seconds(server.limits.nRequestTimeoutSeconds);
+  std::lock_guard<std::mutex> lock(server.connectionMutex);
+  for (Connection* connection : server.connections) {
+    if (!connection->receiving || connection->cut || connection->requestBegan > deadline) continue;
+    connection->cut = true;
+    evlog_write(EVLOG_WARN, kLogModule, "connection from %s closed: request not complete after %u s",
+                connection->peer.c_str(), server.limits.nRequestTimeoutSeconds);
+    tarnnet::ShutdownSocket(connection->fd);
+  }
+}
+
 // A waiting request is released when its peer has gone (MHD does not watch a
 // suspended connection) or when nobody answered it in time. A peer that only
 // shut down its sending side reads as gone too: cameras do not do that.
-void ReapWaiting(Server& server) {
+void ReleaseUnanswered(Server& server) {
+  const auto deadline = Clock::now() - std::chrono::seconds(server.limits.nAnswerTimeoutSeconds);
+  Registry& table = GetRegistry();
+  std::lock_guard<std::mutex> lock(table.linkMutex);
+  std::vector<Request*> expired;
+  for (const auto& [link, request] : table.waiting) {
+    if (request->server != &server) continue;
+    bool gone = request->suspended < deadline;
+    if (!gone) {
+      const MHD_ConnectionInfo* info = MHD_get_connection_info(request->connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+      gone = info != nullptr && tarnnet::PeerHasClosed(info->connect_fd);
+    }
+    if (gone) expired.push_back(request);
+  }
+  for (Request* request : expired) {
+    evlog_write(EVLOG_WARN, kLogModule, "link %d from %s released unanswered", request->link,
+                request->request.strPeerAddress.c_str());
+    ExpireLocked(table, request);
+  }
+}
+
+// The reaper's thread: five rounds a second over waiting requests and
+// connections still receiving.
+void Reap(Server& server) {
   std::unique_lock<std::mutex> wait(server.reaperMutex);
   while (!server.reaperStop) {
     server.reaperWake.wait_for(wait, std::chrono::milliseconds(200));
     if (server.reaperStop) break;
-    const auto deadline = Clock::now() - std::chrono::seconds(server.limits.nAnswerTimeoutSeconds);
-    Registry& table = GetRegistry();
-    std::lock_guard<std::mutex> lock(table.linkMutex);
-    std::vector<Request*> expired;
-    for (const auto& [link, request] : table.waiting) {
-      if (request->server != &server) continue;
-      bool gone = request->suspended < deadline;
-      if (!gone) {
-        const MHD_ConnectionInfo* info =
-            MHD_get_connection_info(request->connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-        char byte = 0;
-        gone = info != nullptr && recv(info->connect_fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
-      }
-      if (gone) expired.push_back(request);
-    }
-    for (Request* request : expired) {
-      evlog_write(EVLOG_WARN, kLogModule, "link %d from %s released unanswered", request->link,
-                  request->request.strPeerAddress.c_str());
-      ExpireLocked(table, request);
-    }
+    ReleaseUnanswered(server);
+    CutSlowRequests(server);
   }
 }
 
@@ -318,7 +378,7 @@ void StopServerNow(std::unique_ptr<Server> server) {
   for (int wait = 0; wait < 200 && server->expiring > 0; ++wait)
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   MHD_stop_daemon(server->daemon);
-  if (listener != MHD_INVALID_SOCKET) close(listener);
+  if (listener != MHD_INVALID_SOCKET) tarnnet::CloseSocket(listener);
   evlog_write(EVLOG_INFO, kLogModule, "HTTP server %d stopped", server->handle);
 }
 
@@ -337,13 +397,17 @@ int32_t CHttpServer::StartHttpServer(int32_t& handle, const std::string& address
   auto server = std::make_unique<Server>();
   server->limits = limits;
   server->callback = std::move(callback);
+  // poll, not epoll: with edge-triggered epoll libmicrohttpd misses a peer's
+  // close that arrives with its last bytes, and a half-sent request then holds
+  // its connection until the idle time runs out instead of closing at once.
   server->daemon = MHD_start_daemon(
-      MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &OnAccess,
+      MHD_USE_POLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &OnAccess,
       server.get(), MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&bindAddress), MHD_OPTION_CONNECTION_LIMIT,
       limits.nMaxConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.nMaxConnectionsPerAddress,
       MHD_OPTION_CONNECTION_TIMEOUT, limits.nIdleTimeoutSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-      static_cast<size_t>(16 * 1024), MHD_OPTION_NOTIFY_COMPLETED, &OnCompleted, nullptr, MHD_OPTION_URI_LOG_CALLBACK,
-      &OnRequestLine, server.get(), MHD_OPTION_EXTERNAL_LOGGER, &OnLog, nullptr, MHD_OPTION_END);
+      static_cast<size_t>(16 * 1024), MHD_OPTION_NOTIFY_COMPLETED, &OnCompleted, server.get(),
+      MHD_OPTION_NOTIFY_CONNECTION, &OnConnection, server.get(), MHD_OPTION_URI_LOG_CALLBACK, &OnRequestLine,
+      server.get(), MHD_OPTION_EXTERNAL_LOGGER, &OnLog, nullptr, MHD_OPTION_END);
   if (server->daemon == nullptr) {
     evlog_write(EVLOG_ERROR, kLogModule, "StartHttpServer: cannot listen on %s:%u", address.c_str(), port);
     return kHttpErrStart;
@@ -351,7 +415,7 @@ int32_t CHttpServer::StartHttpServer(int32_t& handle, const std::string& address
   const MHD_DaemonInfo* bound = MHD_get_daemon_info(server->daemon, MHD_DAEMON_INFO_BIND_PORT);
   server->port = bound != nullptr ? bound->port : port;
   Server* raw = server.get();
-  raw->reaper = std::thread([raw] { ReapWaiting(*raw); });
+  raw->reaper = std::thread([raw] { Reap(*raw); });
   Registry& registry = GetRegistry();
   std::lock_guard<std::mutex> lock(registry.serverMutex);
   do {

@@ -2,32 +2,41 @@
 // process start and stop, and the thin layer that checks each handle and
 // forwards to the device object. Operations this camera family does not offer
 // answer "not supported" without touching the object and without logging.
+// Every entry point that runs any code does so inside netcam::Guarded: the
+// platform never sees an exception, only the entry point's failure result.
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
 #include <string>
 
-#include "boundary/DeviceObjectError.h"
-#include "events/axis_device_event_for_http_mgr.h"
 #include "MDClient.h"
-#include "session/PluginLog.h"
 #include "ThreadManager.h"
-#include "session/TimeConversions.h"
-#include "session/axis_device_object_implement.h"
+#include "boundary/DeviceObjectError.h"
+#include "boundary/ExceptionBarrier.h"
+#include "events/axis_device_event_for_http_mgr.h"
 #include "kor.h"
 #include "netcam_plugin.h"
+#include "session/PluginLog.h"
+#include "session/TimeConversions.h"
+#include "session/axis_device_object_implement.h"
 
 namespace {
 
 constexpr char kPluginVersion[] = "1.0.0.0";
 
-CPlgDeviceObjectImplement* Device(PluginDeviceHandle handle) {
-  return static_cast<CPlgDeviceObjectImplement*>(handle);
-}
+CPlgDeviceObjectImplement* Device(PluginDeviceHandle handle) { return static_cast<CPlgDeviceObjectImplement*>(handle); }
 
 // Stored for the platform, never called: lines go to the platform's logger.
 PluginLogCallback g_pfnLogCallback = nullptr;
+
+// The shape of most entry points: a missing handle answers `noHandle`,
+// otherwise the device object's operation answers; anything thrown is -1.
+template <typename Operation>
+int32_t Forward(const char* entry, PluginDeviceHandle handle, int32_t noHandle, Operation&& operation) {
+  return netcam::Guarded(entry, NETCAM_FAIL,
+                         [&]() -> int32_t { return handle == nullptr ? noHandle : operation(*Device(handle)); });
+}
 
 }  // namespace
 
@@ -38,57 +47,69 @@ extern "C" {
 // ---------------------------------------------------------------------------
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_Init(void* /*reserved*/) {
-  PLG_INFO("[%s]DeviceObject_Init begin.[%s(%d)]");
-  if (KOR_InitEx() != 0) {
-    PLG_ERROR("[%s]KOR_InitEx failed, err[%d][%s(%d)]", KOR_GetSystemLastError());
-    return NETCAM_FAIL;
-  }
-  if (!Tarn::Base::CThreadManager::Instance().Init_V2()) {
-    PLG_ERROR("[%s]ThreadManager init failed.[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  char version[128] = {};
-  MDC_GetVersion(version, sizeof version);
-  PLG_INFO("[%s]MDC_Version:%s.[%s(%d)]", version);
-  // Without alarms the plug-in still works.
-  if (!CEventForHttpMgr::Instance().Init()) PLG_INFO("[%s]Event mgr init failed![%s(%d)]");
-  PLG_INFO("[%s]DeviceObject_Init success.[%s(%d)]");
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [] {
+    PLG_INFO("[%s]DeviceObject_Init begin.[%s(%d)]");
+    if (KOR_InitEx() != 0) {
+      PLG_ERROR("[%s]KOR_InitEx failed, err[%d][%s(%d)]", KOR_GetSystemLastError());
+      return NETCAM_FAIL;
+    }
+    if (!Tarn::Base::CThreadManager::Instance().Init_V2()) {
+      PLG_ERROR("[%s]ThreadManager init failed.[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    char version[128] = {};
+    MDC_GetVersion(version, sizeof version);
+    PLG_INFO("[%s]MDC_Version:%s.[%s(%d)]", version);
+    // Without alarms the plug-in still works.
+    if (!CEventForHttpMgr::Instance().Init()) PLG_INFO("[%s]Event mgr init failed![%s(%d)]");
+    PLG_INFO("[%s]DeviceObject_Init success.[%s(%d)]");
+    return NETCAM_OK;
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_Fini(void) {
-  PLG_INFO("[%s]DeviceObject_Fini begin.[%s(%d)]");
-  if (!CEventForHttpMgr::Instance().UnInit()) PLG_ERROR("[%s]Event mgr unInit failed.![%s(%d)]");
-  Tarn::Base::CThreadManager::Instance().UnInit();
-  KOR_FiniEx();
-  PLG_INFO("[%s]DeviceObject_Fini success.[%s(%d)]");
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [] {
+    PLG_INFO("[%s]DeviceObject_Fini begin.[%s(%d)]");
+    if (!CEventForHttpMgr::Instance().UnInit()) PLG_ERROR("[%s]Event mgr unInit failed.![%s(%d)]");
+    Tarn::Base::CThreadManager::Instance().UnInit();
+    KOR_FiniEx();
+    PLG_INFO("[%s]DeviceObject_Fini success.[%s(%d)]");
+    return NETCAM_OK;
+  });
 }
 
 NETCAM_API PluginDeviceHandle NETCAM_CALL DeviceObject_CreateInstance(void) {
-  return new (std::nothrow) CPlgDeviceObjectImplement();
+  return netcam::Guarded(__func__, PluginDeviceHandle{nullptr},
+                         []() -> PluginDeviceHandle { return new (std::nothrow) CPlgDeviceObjectImplement(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_DestroyInstance(PluginDeviceHandle handle) {
-  delete Device(handle);
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_OK, [handle] {
+    delete Device(handle);
+    return NETCAM_OK;
+  });
 }
 
 NETCAM_API void NETCAM_CALL DeviceObject_SetLogCB(PluginLogCallback callback) {
-  PLG_INFO("[%s]DeviceObject_SetLogCB called.[%s(%d)]");
-  g_pfnLogCallback = callback;
+  netcam::Guarded(__func__, [callback] {
+    PLG_INFO("[%s]DeviceObject_SetLogCB called.[%s(%d)]");
+    g_pfnLogCallback = callback;
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetLastError(void) {
-  return static_cast<int32_t>(CDeviceObjectError::Instance()->TakeLastError());
+  return netcam::Guarded(__func__, 0,
+                         [] { return static_cast<int32_t>(CDeviceObjectError::Instance()->TakeLastError()); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetLastErrorEx(char* buffer, int32_t size) {
-  char local[256] = {};
-  if (buffer == nullptr || size <= 0) return 0;
-  const int32_t code = CDeviceObjectError::Instance()->GetLastErrorJson(local, sizeof local);
-  KOR_Strncpy_s(buffer, static_cast<size_t>(size), local, static_cast<size_t>(size) - 1);
-  return code;
+  return netcam::Guarded(__func__, 0, [&]() -> int32_t {
+    char local[256] = {};
+    if (buffer == nullptr || size <= 0) return 0;
+    const int32_t code = CDeviceObjectError::Instance()->GetLastErrorJson(local, sizeof local);
+    KOR_Strncpy_s(buffer, static_cast<size_t>(size), local, static_cast<size_t>(size) - 1);
+    return code;
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetPluginAbility(PluginAbility* ability) {
@@ -103,19 +124,18 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_GetPluginAbility(PluginAbility* abil
 // ---------------------------------------------------------------------------
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_OpenDevice(PluginDeviceHandle handle, const DeviceLoginParam* param) {
-  if (handle == nullptr || param == nullptr) return NETCAM_FAIL;
-  return Device(handle)->OpenDevice(param);
+  return Forward(__func__, handle, NETCAM_FAIL,
+                 [&](auto& device) { return param == nullptr ? NETCAM_FAIL : device.OpenDevice(param); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseDevice(PluginDeviceHandle handle) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->CloseDevice();
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.CloseDevice(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetDeviceAbility(PluginDeviceHandle handle, const char* inBuf,
                                                              int32_t inLength, char* outBuf, int32_t outLength) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->GetDevcieAbility(inBuf, inLength, outBuf, outLength);
+  return Forward(__func__, handle, NETCAM_FAIL,
+                 [&](auto& device) { return device.GetDevcieAbility(inBuf, inLength, outBuf, outLength); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_RebootDevice(PluginDeviceHandle handle) {
@@ -137,12 +157,15 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SendData(PluginDeviceHandle handle, 
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StartStream(PluginDeviceHandle handle, const PluginStreamRequest* request,
                                                         PluginStreamDataCallback callback, void* user) {
-  if (handle == nullptr || request == nullptr) return NETCAM_FAIL;
-  return Device(handle)->StartStream(request, callback, user);
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) {
+    return request == nullptr ? NETCAM_FAIL : device.StartStream(request, callback, user);
+  });
 }
 
 NETCAM_API void NETCAM_CALL DeviceObject_StopStream(PluginDeviceHandle handle) {
-  if (handle != nullptr) Device(handle)->StopStream();
+  netcam::Guarded(__func__, [handle] {
+    if (handle != nullptr) Device(handle)->StopStream();
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_ForceIFrame(PluginDeviceHandle handle, int32_t /*channel*/) {
@@ -151,14 +174,12 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_ForceIFrame(PluginDeviceHandle handl
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetVideoParam(PluginDeviceHandle handle, int32_t /*channel*/,
                                                           void* /*param*/) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->GetVideoParam();
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.GetVideoParam(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetVideoParam(PluginDeviceHandle handle, int32_t /*channel*/,
                                                           const void* /*param*/) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->SetVideoParam();
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.SetVideoParam(); });
 }
 
 // One function serves both extended video-parameter slots.
@@ -180,95 +201,97 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SetVideoParamEx(PluginDeviceHandle h
 // ---------------------------------------------------------------------------
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetRecordConfig(PluginDeviceHandle handle, RecordConfigInfo* info) {
-  return handle == nullptr ? 0 : Device(handle)->GetRecordConfig(handle, info);
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.GetRecordConfig(handle, info); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetRecordConfig(PluginDeviceHandle handle, const RecordConfigInfo* info) {
-  return handle == nullptr ? 0 : Device(handle)->SetRecordConfig(handle, info);
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.SetRecordConfig(handle, info); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_FindRecordFiles(PluginDeviceHandle handle,
                                                             const RecordSearchCondition* condition) {
-  return handle == nullptr ? 0 : Device(handle)->FindRecordFiles(condition);
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.FindRecordFiles(condition); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_FindNextRecordFile(PluginDeviceHandle handle, RecordFileInfo* file) {
-  return handle == nullptr ? 0 : Device(handle)->FindNextRecordFile(file);
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.FindNextRecordFile(file); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseFindRecord(PluginDeviceHandle handle) {
-  return handle == nullptr ? 0 : Device(handle)->CloseFindRecord();
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.CloseFindRecord(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBack(PluginDeviceHandle handle,
                                                           const PluginPlaybackCondition* condition,
                                                           PluginStreamDataCallback callback, void* user) {
-  if (handle == nullptr || condition == nullptr) return NETCAM_FAIL;
-  return Device(handle)->StartPlayBack(condition, callback, user, nullptr, nullptr);
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) {
+    return condition == nullptr ? NETCAM_FAIL : device.StartPlayBack(condition, callback, user, nullptr, nullptr);
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StartPlayBackEx(PluginDeviceHandle handle,
                                                             const PluginPlaybackConditionEx* condition,
                                                             PluginStreamDataCallback callback, void* user) {
-  if (handle == nullptr || condition == nullptr || condition->request == nullptr || condition->start == nullptr ||
-      condition->end == nullptr) {
-    PLG_ERROR("[%s]Input param invalid.[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  // Local copy of the basic request: the fields the platform defines, the rest zero.
-  PluginStreamRequest request{};
-  request.reserved0 = condition->request->reserved0;
-  request.reserved1 = condition->request->reserved1;
-  request.streamType = condition->request->streamType;
-  request.port = condition->request->port;
-  request.channel = condition->request->channel;
-  request.reserved2 = condition->request->reserved2;
-  request.address = condition->request->address;
-  request.user = condition->request->user;
-  request.password = condition->request->password;
-  request.params = condition->request->params;
-  request.reserved3 = condition->request->reserved3;
-  request.reserved4 = condition->request->reserved4;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [&]() -> int32_t {
+    if (handle == nullptr || condition == nullptr || condition->request == nullptr || condition->start == nullptr ||
+        condition->end == nullptr) {
+      PLG_ERROR("[%s]Input param invalid.[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    // Local copy of the basic request: the fields the platform defines, the rest zero.
+    PluginStreamRequest request{};
+    request.reserved0 = condition->request->reserved0;
+    request.reserved1 = condition->request->reserved1;
+    request.streamType = condition->request->streamType;
+    request.port = condition->request->port;
+    request.channel = condition->request->channel;
+    request.reserved2 = condition->request->reserved2;
+    request.address = condition->request->address;
+    request.user = condition->request->user;
+    request.password = condition->request->password;
+    request.params = condition->request->params;
+    request.reserved3 = condition->request->reserved3;
+    request.reserved4 = condition->request->reserved4;
 
-  PluginTime utcStart{};
-  PluginTime utcEnd{};
-  ConvertUTCTime(&utcStart, condition->start);
-  ConvertUTCTime(&utcEnd, condition->end);
-  PluginGlobalTime localStart{};
-  PluginGlobalTime localEnd{};
-  ConvertTime(&localStart, condition->start);
-  ConvertTime(&localEnd, condition->end);
+    // A span whose times cannot be read is refused (the conversion logged
+    // why), rather than played from year 0.
+    PluginTime utcStart{};
+    PluginTime utcEnd{};
+    if (!ConvertUTCTime(&utcStart, condition->start) || !ConvertUTCTime(&utcEnd, condition->end)) return NETCAM_FAIL;
+    PluginGlobalTime localStart{};
+    PluginGlobalTime localEnd{};
+    ConvertTime(&localStart, condition->start);
+    ConvertTime(&localEnd, condition->end);
 
-  const PluginPlaybackCondition forwarded{&request, &utcStart, &utcEnd, condition->value0, condition->value1,
-                                          condition->value2};
-  return Device(handle)->StartPlayBack(&forwarded, callback, user, &localStart, &localEnd);
+    const PluginPlaybackCondition forwarded{&request,          &utcStart,         &utcEnd,
+                                            condition->value0, condition->value1, condition->value2};
+    return Device(handle)->StartPlayBack(&forwarded, callback, user, &localStart, &localEnd);
+  });
 }
 
 NETCAM_API void NETCAM_CALL DeviceObject_StopPlayBack(PluginDeviceHandle handle) {
-  if (handle != nullptr) Device(handle)->StopPlayBack();
+  netcam::Guarded(__func__, [handle] {
+    if (handle != nullptr) Device(handle)->StopPlayBack();
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_PauseStream(PluginDeviceHandle handle) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->PauseStream();
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.PauseStream(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_ResumeStream(PluginDeviceHandle handle) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->ResumeStream();
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.ResumeStream(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetStreamScale(PluginDeviceHandle handle, double scale) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->SetStreamScale(scale);
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.SetStreamScale(scale); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SeekStreamByRelTime(PluginDeviceHandle handle, int32_t /*seconds*/) {
   return handle == nullptr ? NETCAM_FAIL : NETCAM_NOT_SUPPORTED;
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_SeekStreamByAbsTime(PluginDeviceHandle handle,
-                                                                const PluginTime* /*time*/) {
+NETCAM_API int32_t NETCAM_CALL DeviceObject_SeekStreamByAbsTime(PluginDeviceHandle handle, const PluginTime* /*time*/) {
   return handle == nullptr ? NETCAM_FAIL : NETCAM_NOT_SUPPORTED;
 }
 
@@ -287,13 +310,12 @@ NETCAM_API void NETCAM_CALL DeviceObject_StopPlayBackByReverse(PluginDeviceHandl
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StartVoice(PluginDeviceHandle handle, const PluginTalkRequest* request,
                                                        PluginStreamDataCallback /*callback*/, void* /*user*/) {
-  if (handle == nullptr || request == nullptr) return NETCAM_FAIL;
-  return Device(handle)->StartVoiceTalk(request);
+  return Forward(__func__, handle, NETCAM_FAIL,
+                 [&](auto& device) { return request == nullptr ? NETCAM_FAIL : device.StartVoiceTalk(request); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_StopVoice(PluginDeviceHandle handle) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->StopVoiceTalk();
+  return Forward(__func__, handle, NETCAM_FAIL, [&](auto& device) { return device.StopVoiceTalk(); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SendVoiceData(PluginDeviceHandle handle, const void* /*data*/,
@@ -319,37 +341,38 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_SendVoiceDataEx(PluginDeviceHandle /
 // Parameters, PTZ, control, status, logs, commands, NTP
 // ---------------------------------------------------------------------------
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetConfigParam(PluginDeviceHandle handle, uint32_t command,
-                                                           void* outBuffer, uint32_t length, void* extra) {
-  if (handle == nullptr) return NETCAM_FAIL;
-  return Device(handle)->GetConfigParam(command, outBuffer, length, extra);
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetConfigParam(PluginDeviceHandle handle, uint32_t command, void* outBuffer,
+                                                           uint32_t length, void* extra) {
+  return Forward(__func__, handle, NETCAM_FAIL,
+                 [&](auto& device) { return device.GetConfigParam(command, outBuffer, length, extra); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetConfigParam(PluginDeviceHandle handle, uint32_t command,
                                                            const void* inBuffer, uint32_t length, void* extra) {
-  if (handle == nullptr) return 0;
-  return Device(handle)->SetConfigParam(command, inBuffer, length, extra);
+  return Forward(__func__, handle, 0,
+                 [&](auto& device) { return device.SetConfigParam(command, inBuffer, length, extra); });
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_PTZControl(PluginDeviceHandle handle, uint32_t type,
-                                                       const void* inBuffer, uint32_t length, uint32_t extra) {
-  return handle == nullptr ? 0 : Device(handle)->PTZControl(type, inBuffer, length, extra);
+NETCAM_API int32_t NETCAM_CALL DeviceObject_PTZControl(PluginDeviceHandle handle, uint32_t type, const void* inBuffer,
+                                                       uint32_t length, uint32_t extra) {
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.PTZControl(type, inBuffer, length, extra); });
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_GetPTZConfig(PluginDeviceHandle handle, uint32_t command,
-                                                         void* outBuffer, uint32_t length, uint32_t extra) {
-  return handle == nullptr ? 0 : Device(handle)->GetPTZConfig(command, outBuffer, length, extra);
+NETCAM_API int32_t NETCAM_CALL DeviceObject_GetPTZConfig(PluginDeviceHandle handle, uint32_t command, void* outBuffer,
+                                                         uint32_t length, uint32_t extra) {
+  return Forward(__func__, handle, 0,
+                 [&](auto& device) { return device.GetPTZConfig(command, outBuffer, length, extra); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetPTZConfig(PluginDeviceHandle handle, uint32_t command,
                                                          const void* inBuffer, uint32_t length, uint32_t extra) {
-  return handle == nullptr ? 0 : Device(handle)->SetPTZConfig(command, inBuffer, length, extra);
+  return Forward(__func__, handle, 0,
+                 [&](auto& device) { return device.SetPTZConfig(command, inBuffer, length, extra); });
 }
 
-NETCAM_API int32_t NETCAM_CALL DeviceObject_SetEventCallBack(PluginDeviceHandle handle,
-                                                             PluginAlarmCallback callback, void* user) {
-  if (handle == nullptr) return 0;
-  return Device(handle)->SetEventCallBack(callback, user);
+NETCAM_API int32_t NETCAM_CALL DeviceObject_SetEventCallBack(PluginDeviceHandle handle, PluginAlarmCallback callback,
+                                                             void* user) {
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.SetEventCallBack(callback, user); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetAlarmOut(PluginDeviceHandle /*handle*/, int32_t /*output*/,
@@ -365,12 +388,13 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_GetAlarmOut(PluginDeviceHandle /*han
 NETCAM_API int32_t NETCAM_CALL DeviceObject_CapturePicture(PluginDeviceHandle handle, int32_t chanNum,
                                                            int32_t /*pictureType*/, char* contrlValue,
                                                            int32_t bufferSize, uint32_t* lpSizeReturned) {
-  return handle == nullptr ? 0 : Device(handle)->CapturePicture(chanNum, contrlValue, bufferSize, lpSizeReturned);
+  return Forward(__func__, handle, 0,
+                 [&](auto& device) { return device.CapturePicture(chanNum, contrlValue, bufferSize, lpSizeReturned); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetWorkStatus(PluginDeviceHandle handle, char* outBuffer,
                                                           int32_t outLength) {
-  return handle == nullptr ? 0 : Device(handle)->GetWorkStatus(outBuffer, outLength);
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.GetWorkStatus(outBuffer, outLength); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_FindDeviceLog(PluginDeviceHandle handle, const void* /*condition*/) {
@@ -388,24 +412,26 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_CloseFindDeviceLog(PluginDeviceHandl
 NETCAM_API int32_t NETCAM_CALL DeviceObject_TransMethod(PluginDeviceHandle handle, const char* request,
                                                         uint32_t requestLength, char* response,
                                                         uint32_t* responseLength) {
-  return handle == nullptr ? 0 : Device(handle)->TransMethod(request, requestLength, response, responseLength);
+  return Forward(__func__, handle, 0,
+                 [&](auto& device) { return device.TransMethod(request, requestLength, response, responseLength); });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_SetNtpCfg(PluginDeviceHandle handle, const DeviceNtpConfig* config) {
-  if (handle == nullptr) return 0;
-  // The whole record and never more: the platform's record is 44 bytes.
-  // No record is no request: a zeroed one would turn the camera's NTP client off.
-  if (config == nullptr) {
-    PLG_ERROR("[%s]Input param is null.[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  DeviceNtpConfig local{};
-  std::memcpy(&local, config, sizeof local);
-  return Device(handle)->SetNtpCfg(&local);
+  return Forward(__func__, handle, 0, [&](auto& device) {
+    // The whole record and never more: the platform's record is 44 bytes.
+    // No record is no request: a zeroed one would turn the camera's NTP client off.
+    if (config == nullptr) {
+      PLG_ERROR("[%s]Input param is null.[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    DeviceNtpConfig local{};
+    std::memcpy(&local, config, sizeof local);
+    return device.SetNtpCfg(&local);
+  });
 }
 
 NETCAM_API int32_t NETCAM_CALL DeviceObject_GetNtpCfg(PluginDeviceHandle handle, DeviceNtpConfig* config) {
-  return handle == nullptr ? 0 : Device(handle)->GetNtpCfg(config);
+  return Forward(__func__, handle, 0, [&](auto& device) { return device.GetNtpCfg(config); });
 }
 
 }  // extern "C"
@@ -415,27 +441,29 @@ NETCAM_API int32_t NETCAM_CALL DeviceObject_GetNtpCfg(PluginDeviceHandle handle,
 // ---------------------------------------------------------------------------
 
 static int32_t NETCAM_CALL DeviceObject_InitEnvParams(void* /*params*/) {
-  PLG_INFO("[%s]DeviceObject_InitEnvParams called.[%s(%d)]");
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [] {
+    PLG_INFO("[%s]DeviceObject_InitEnvParams called.[%s(%d)]");
+    return NETCAM_OK;
+  });
 }
 
 namespace {
 
 const PluginCommonTable kCommonTable = {
-    DeviceObject_SetLogCB,     DeviceObject_InitEnvParams, DeviceObject_GetLastError,   DeviceObject_GetPluginAbility,
-    DeviceObject_OpenDevice,   DeviceObject_CloseDevice,   DeviceObject_GetDeviceAbility, DeviceObject_RebootDevice,
-    DeviceObject_SetLocalIP,   DeviceObject_SendData,      DeviceObject_GetLastErrorEx,
+    DeviceObject_SetLogCB,   DeviceObject_InitEnvParams, DeviceObject_GetLastError,     DeviceObject_GetPluginAbility,
+    DeviceObject_OpenDevice, DeviceObject_CloseDevice,   DeviceObject_GetDeviceAbility, DeviceObject_RebootDevice,
+    DeviceObject_SetLocalIP, DeviceObject_SendData,      DeviceObject_GetLastErrorEx,
 };
 const PluginStreamTable kStreamTable = {
     DeviceObject_StartStream,   DeviceObject_StopStream,      DeviceObject_GetVideoParam,
     DeviceObject_SetVideoParam, DeviceObject_GetVideoParamEx, DeviceObject_SetVideoParamEx,
 };
 const PluginRecordTable kRecordTable = {
-    DeviceObject_GetRecordConfig,      DeviceObject_SetRecordConfig,       DeviceObject_FindRecordFiles,
-    DeviceObject_FindNextRecordFile,   DeviceObject_CloseFindRecord,       DeviceObject_StartPlayBack,
-    DeviceObject_StartPlayBackEx,      DeviceObject_StopPlayBack,          DeviceObject_PauseStream,
-    DeviceObject_ResumeStream,         DeviceObject_SetStreamScale,        DeviceObject_SeekStreamByRelTime,
-    DeviceObject_SeekStreamByAbsTime,  DeviceObject_StartPlayBackByReverse, DeviceObject_StopPlayBackByReverse,
+    DeviceObject_GetRecordConfig,     DeviceObject_SetRecordConfig,        DeviceObject_FindRecordFiles,
+    DeviceObject_FindNextRecordFile,  DeviceObject_CloseFindRecord,        DeviceObject_StartPlayBack,
+    DeviceObject_StartPlayBackEx,     DeviceObject_StopPlayBack,           DeviceObject_PauseStream,
+    DeviceObject_ResumeStream,        DeviceObject_SetStreamScale,         DeviceObject_SeekStreamByRelTime,
+    DeviceObject_SeekStreamByAbsTime, DeviceObject_StartPlayBackByReverse, DeviceObject_StopPlayBackByReverse,
 };
 const PluginTalkTable kTalkTable = {DeviceObject_StartVoice, DeviceObject_StopVoice, DeviceObject_SendVoiceData};
 const PluginTalkExTable kTalkExTable = {DeviceObject_StartVoiceEx, DeviceObject_StopVoiceEx,
@@ -468,21 +496,23 @@ InterfaceMap& ZPLUGIN_InterfaceMap() {
 
 static int32_t NETCAM_CALL ZPLUGIN_Init(void) {
   DeviceObject_Init(nullptr);
-  InterfaceMap& map = ZPLUGIN_InterfaceMap();
-  kor::CGuard guard(map.mutex);
-  map.tables.emplace("common", &kCommonTable);
-  map.tables.emplace("stream", &kStreamTable);
-  map.tables.emplace("record", &kRecordTable);
-  map.tables.emplace("talk", &kTalkTable);
-  map.tables.emplace("talk_ex", &kTalkExTable);
-  map.tables.emplace("params", &kParamsTable);
-  map.tables.emplace("ptz", &kPtzTable);
-  map.tables.emplace("control", &kControlTable);
-  map.tables.emplace("status", &kStatusTable);
-  map.tables.emplace("log", &kLogTable);
-  map.tables.emplace("transmethod", &kTransMethodTable);
-  map.tables.emplace("ntp", &kNtpTable);
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [] {
+    InterfaceMap& map = ZPLUGIN_InterfaceMap();
+    kor::CGuard guard(map.mutex);
+    map.tables.emplace("common", &kCommonTable);
+    map.tables.emplace("stream", &kStreamTable);
+    map.tables.emplace("record", &kRecordTable);
+    map.tables.emplace("talk", &kTalkTable);
+    map.tables.emplace("talk_ex", &kTalkExTable);
+    map.tables.emplace("params", &kParamsTable);
+    map.tables.emplace("ptz", &kPtzTable);
+    map.tables.emplace("control", &kControlTable);
+    map.tables.emplace("status", &kStatusTable);
+    map.tables.emplace("log", &kLogTable);
+    map.tables.emplace("transmethod", &kTransMethodTable);
+    map.tables.emplace("ntp", &kNtpTable);
+    return NETCAM_OK;
+  });
 }
 
 static int32_t NETCAM_CALL ZPLUGIN_Fini(void) {
@@ -491,42 +521,46 @@ static int32_t NETCAM_CALL ZPLUGIN_Fini(void) {
 }
 
 static int32_t NETCAM_CALL ZPLUGIN_CreateInstance(PluginDeviceHandle* out) {
-  if (out == nullptr) {
-    PLG_ERROR("[%s]param instance should not be NULL[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  *out = nullptr;
-  auto* device = new (std::nothrow) CPlgDeviceObjectImplement();
-  if (device == nullptr) {
-    PLG_ERROR(
-        "[%s]QelPlugin DeviceObject_CreateInstance: new windows system internal memory fail, plalse check system "
-        "memory![%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  *out = device;
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [out] {
+    if (out == nullptr) {
+      PLG_ERROR("[%s]param instance should not be NULL[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    *out = nullptr;
+    auto* device = new (std::nothrow) CPlgDeviceObjectImplement();
+    if (device == nullptr) {
+      PLG_ERROR(
+          "[%s]QelPlugin DeviceObject_CreateInstance: new windows system internal memory fail, plalse check system "
+          "memory![%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    *out = device;
+    return NETCAM_OK;
+  });
 }
 
 static int32_t NETCAM_CALL ZPLUGIN_QueryInterface(void* /*instance*/, const char* key, const void** table) {
-  if (table == nullptr) {
-    PLG_ERROR("[%s]param interface should not be NULL[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  *table = nullptr;
-  if (key == nullptr) {
-    PLG_ERROR("[%s]param ikey should not be NULL[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  InterfaceMap& map = ZPLUGIN_InterfaceMap();
-  kor::CGuard guard(map.mutex);
-  auto found = map.tables.find(key);
-  if (found == map.tables.end()) {
-    PLG_ERROR("[%s]qeldevlayer_interface fail[%s(%d)]");
-    return NETCAM_FAIL;
-  }
-  *table = found->second;
-  PLG_ERROR("[%s]get qeldevlayer_interface scucssful[%s(%d)]");
-  return NETCAM_OK;
+  return netcam::Guarded(__func__, NETCAM_FAIL, [key, table] {
+    if (table == nullptr) {
+      PLG_ERROR("[%s]param interface should not be NULL[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    *table = nullptr;
+    if (key == nullptr) {
+      PLG_ERROR("[%s]param ikey should not be NULL[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    InterfaceMap& map = ZPLUGIN_InterfaceMap();
+    kor::CGuard guard(map.mutex);
+    auto found = map.tables.find(key);
+    if (found == map.tables.end()) {
+      PLG_ERROR("[%s]qeldevlayer_interface fail[%s(%d)]");
+      return NETCAM_FAIL;
+    }
+    *table = found->second;
+    PLG_ERROR("[%s]get qeldevlayer_interface scucssful[%s(%d)]");
+    return NETCAM_OK;
+  });
 }
 
 static const char* const* NETCAM_CALL ZPLUGIN_GetInterfaceKeys(void) { return kInterfaceKeys; }
@@ -535,8 +569,10 @@ static const char* NETCAM_CALL ZPLUGIN_GetVersion(void) { return kPluginVersion;
 
 extern "C" NETCAM_API const ZPLUGIN_Interface* NETCAM_CALL ZPLUGIN_GetPluginInterface(void) {
   static const ZPLUGIN_Interface kInterface = {
-      ZPLUGIN_Init,           ZPLUGIN_Fini,           ZPLUGIN_CreateInstance, DeviceObject_DestroyInstance,
-      ZPLUGIN_QueryInterface, ZPLUGIN_GetInterfaceKeys, ZPLUGIN_GetVersion,
+      ZPLUGIN_Init,           ZPLUGIN_Fini,
+      ZPLUGIN_CreateInstance, DeviceObject_DestroyInstance,
+      ZPLUGIN_QueryInterface, ZPLUGIN_GetInterfaceKeys,
+      ZPLUGIN_GetVersion,
   };
   return &kInterface;
 }

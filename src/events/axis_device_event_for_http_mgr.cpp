@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "ThreadManager.h"
+#include "boundary/ExceptionBarrier.h"
 #include "events/FileBak.h"
 #include "events/event_messages.h"
 #include "kor.h"
@@ -17,11 +18,8 @@ constexpr char kResponseThreadKey[] = "axis.event_recv_response_single_thead";
 constexpr char kListenAddress[] = "127.0.0.1";
 constexpr char kConfigDirectory[] = "/../../META_INFO/extdev_axis.d/runtime_script/";
 constexpr char kConfigFileName[] = "Setup.xml";
-#ifdef _WIN32
+// The runtime finds it as netcam_plugin.so on Linux.
 constexpr char kModuleFileName[] = "netcam_plugin.dll";
-#else
-constexpr char kModuleFileName[] = "netcam_plugin.so";
-#endif
 // Tasks either queue may hold before a flood is refused.
 constexpr size_t kMaxPendingTasks = 10000;
 
@@ -84,8 +82,9 @@ bool CEventForHttpMgr::Init() {
   // Port 0 would listen somewhere no camera is told about.
   if (m_nListenPort == 0 ||
       Tarn::Net::CHttpServer::StartHttpServer(
-          m_nServerHandle, kListenAddress, m_nListenPort,
-          [this](int32_t link, const Tarn::Net::HttpRequest& request) { HttpServerCallback(link, request); }) != 0) {
+          m_nServerHandle, kListenAddress, m_nListenPort, [this](int32_t link, const Tarn::Net::HttpRequest& request) {
+            netcam::Guarded("CEventForHttpMgr::HttpServerCallback", [&] { HttpServerCallback(link, request); });
+          }) != 0) {
     PLG_ERROR("[%s]Start http server failed, listen-port[%d].[%s(%d)]", static_cast<int>(m_nListenPort));
     return false;
   }
@@ -221,7 +220,7 @@ void CEventForHttpMgr::HttpServerCallback(int32_t link, const Tarn::Net::HttpReq
   PLG_TRACE("[%s]Receive axis HTTP event, ip[%s], url[%s], msg[%s].[%s(%d)]", request.strPeerAddress.c_str(),
             request.strUrl.c_str(), body.c_str());
   PostTask(kRecvThreadKey, [this, link, ip = request.strPeerAddress, url = request.strUrl, body = std::move(body)] {
-    OnProcessRawEvent(link, ip, url, body);
+    netcam::Guarded("CEventForHttpMgr::OnProcessRawEvent", [&] { OnProcessRawEvent(link, ip, url, body); });
   });
 }
 
@@ -234,9 +233,16 @@ void CEventForHttpMgr::OnProcessRawEvent(int32_t link, const std::string& ip, co
       KOR_ExpTimeFromTimeLocal(&now, KOR_TimeNow());
       PluginAlarmRecord record;
       FillAlarmRecord(record, now);
-      PLG_INFO("[%s]InvokeEvent alarm begin, ip[%s], url[%s].[%s(%d)]", ip.c_str(), url.c_str());
-      device->InvokeEvent(PLUGIN_ALARM_EVENT_TYPE, 1, &record, 0);
-      EndDelivery();
+      {
+        // Ends the delivery however the callback leaves, or a device being
+        // destroyed would wait for it for ever.
+        struct DeliveryEnd {
+          CEventForHttpMgr* centre;
+          ~DeliveryEnd() { centre->EndDelivery(); }
+        } end{this};
+        PLG_INFO("[%s]InvokeEvent alarm begin, ip[%s], url[%s].[%s(%d)]", ip.c_str(), url.c_str());
+        device->InvokeEvent(PLUGIN_ALARM_EVENT_TYPE, 1, &record, 0);
+      }
       PLG_INFO("[%s]InvokeEvent alarm end, ip[%s], url[%s].[%s(%d)]", ip.c_str(), url.c_str());
       outcome = EventOutcome::kDelivered;
     } else {
@@ -246,8 +252,9 @@ void CEventForHttpMgr::OnProcessRawEvent(int32_t link, const std::string& ip, co
   } else {
     PLG_WARN("[%s]Unsupported alarm, ip[%s], url[%s].[%s(%d)]", ip.c_str(), url.c_str());
   }
-  PostTask(kResponseThreadKey,
-           [this, link, reply = FormatEventReply(outcome), url] { HttpResponseTask(link, 200, reply, url); });
+  PostTask(kResponseThreadKey, [this, link, reply = FormatEventReply(outcome), url] {
+    netcam::Guarded("CEventForHttpMgr::HttpResponseTask", [&] { HttpResponseTask(link, 200, reply, url); });
+  });
 }
 
 void CEventForHttpMgr::HttpResponseTask(int32_t link, int32_t statusCode, const std::string& reply,

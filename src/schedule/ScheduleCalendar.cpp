@@ -86,6 +86,10 @@ void ReadCalendar(const std::string& calendar, WeeklySchedule& schedule) {
   }
   bool recurring = false;
   bool byDay = false;
+  // BYDAY names a set of weekdays: a day named again adds nothing, so a hostile
+  // answer repeating one day thousands of times still yields at most two
+  // segments per weekday.
+  unsigned namedDays = 0;
   for (const std::string& pair : Split(calendar.substr(rrule + 6), ';')) {
     const size_t equals = pair.find('=');
     const std::string key = pair.substr(0, equals);
@@ -94,7 +98,8 @@ void ReadCalendar(const std::string& calendar, WeeklySchedule& schedule) {
     byDay = true;
     for (const std::string& token : Split(pair.substr(equals + 1), ',')) {
       const int day = DayOfToken(token);
-      if (day < 0) continue;  // not a weekday: no meaning to give it
+      if (day < 0 || (namedDays & (1u << day)) != 0) continue;  // not a weekday, or one already added
+      namedDays |= 1u << day;
       auto& segments = schedule[day];
       if (startDay >= endDay) {
         segments.push_back(Segment(startHour, startMinute, endHour, endMinute));

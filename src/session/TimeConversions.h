@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string>
 
-#include "session/PluginLog.h"
 #include "TimeUtil.h"
 #include "netcam_plugin.h"
+#include "session/PluginLog.h"
 
 namespace {
 
@@ -45,8 +45,8 @@ inline std::string QLSystemTimeToString(const PluginGlobalTime* time) {
 // The fields are written as they stand: the caller passes UTC fields.
 inline std::string PluginTimeToUTCStringNoCheck(const PluginTime* time) {
   char text[80] = {};
-  std::snprintf(text, sizeof text, "%4d-%02d-%02dT%02d:%02d:%02d.000Z", time->year, time->month, time->day,
-                time->hour, time->minute, time->second);
+  std::snprintf(text, sizeof text, "%4d-%02d-%02dT%02d:%02d:%02d.000Z", time->year, time->month, time->day, time->hour,
+                time->minute, time->second);
   return text;
 }
 
@@ -79,23 +79,25 @@ inline bool CovertQLSystemTime(const std::string& text, PluginGlobalTime* out) {
 }  // namespace
 
 // A zoned local time to UTC: the offset is applied through an ISO 8601 text,
-// whose sign is '-' when either offset field is negative.
-inline void ConvertUTCTime(PluginTime* utc, const PluginZonedTime* zoned) {
+// whose sign is '-' when either offset field is negative. Every time that text
+// can name is converted, those before 1970 too. A record that names no valid
+// time (month 13, 25 o'clock, a 24-hour offset) is refused with a log line and
+// false, the destination left untouched, so that no caller goes on with year 0.
+inline bool ConvertUTCTime(PluginTime* utc, const PluginZonedTime* zoned) {
   if (utc == nullptr || zoned == nullptr) {
     PLG_ERROR("[%s]Input param invalid.[%s(%d)]");
-    return;
+    return false;
   }
   const char* sign = (zoned->zoneHours < 0 || zoned->zoneMinutes < 0) ? "-" : "+";
   char text[160] = {};
-  std::snprintf(text, sizeof text, "%d-%02d-%02dT%02d:%02d:%02d%s%02lld:%02lld", zoned->year, zoned->month,
-                zoned->day, zoned->hour, zoned->minute, zoned->second, sign,
-                std::llabs(static_cast<long long>(zoned->zoneHours)),
+  std::snprintf(text, sizeof text, "%d-%02d-%02dT%02d:%02d:%02d%s%02lld:%02lld", zoned->year, zoned->month, zoned->day,
+                zoned->hour, zoned->minute, zoned->second, sign, std::llabs(static_cast<long long>(zoned->zoneHours)),
                 std::llabs(static_cast<long long>(zoned->zoneMinutes)));
   NET_DEV_TIME converted{};
   const int64_t seconds = Tarn::Base::TimeUtil::ISODatetime2TimeT(text);
-  if (seconds < 0 || !Tarn::Base::TimeUtil::TimeT2UTCDVRTime(seconds, &converted)) {
-    PLG_ERROR("[%s]Input param invalid.[%s(%d)]");
-    return;
+  if (seconds == Tarn::Base::TimeUtil::kInvalidTimeT || !Tarn::Base::TimeUtil::TimeT2UTCDVRTime(seconds, &converted)) {
+    PLG_ERROR("[%s]ConvertUTCTime failed, time[%s][%s(%d)]", text);
+    return false;
   }
   utc->year = static_cast<int32_t>(converted.year);
   utc->month = static_cast<int32_t>(converted.month);
@@ -103,6 +105,7 @@ inline void ConvertUTCTime(PluginTime* utc, const PluginZonedTime* zoned) {
   utc->hour = static_cast<int32_t>(converted.hour);
   utc->minute = static_cast<int32_t>(converted.minute);
   utc->second = static_cast<int32_t>(converted.second);
+  return true;
 }
 
 // The six leading fields, zone ignored.

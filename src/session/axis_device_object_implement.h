@@ -213,6 +213,8 @@ class CPlgDeviceObjectImplement {
   bool PlayMediaSession(int32_t clientId, const std::string& logUrl);
   // Pauses delivery, closes and destroys the session, releases the repackager.
   void CloseMediaSession();
+  // A start while a session is still open closes that session first.
+  void CloseReplacedSession();
   void ForgetMediaSession();
   void ReleaseTransform();
   void DeliverEndBlock();

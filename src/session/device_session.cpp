@@ -1,11 +1,9 @@
-// Opening a camera, reading its identity, and the two VAPIX request operations
-// through which every feature talks to the camera.
+// Opening a camera and reading its identity.
 #include <cstdio>
 #include <cstring>
 
-#include "session/HttpClientCurl.h"
-#include "session/PluginLog.h"
 #include "RapidJsonProto.h"
+#include "session/PluginLog.h"
 #include "session/axis_device_object_implement.h"
 
 namespace {
@@ -22,9 +20,7 @@ std::string FieldText(const char* field, size_t size) { return std::string(field
 
 }  // namespace
 
-std::string CPlgDeviceObjectImplement::Ip() const {
-  return FieldText(m_stLoginParam.ip, sizeof m_stLoginParam.ip);
-}
+std::string CPlgDeviceObjectImplement::Ip() const { return FieldText(m_stLoginParam.ip, sizeof m_stLoginParam.ip); }
 
 std::string CPlgDeviceObjectImplement::User() const {
   return FieldText(m_stLoginParam.user, sizeof m_stLoginParam.user);
@@ -67,8 +63,8 @@ int32_t CPlgDeviceObjectImplement::OpenDevice(const DeviceLoginParam* param) {
 }
 
 int32_t CPlgDeviceObjectImplement::CloseDevice() {
-  PLG_INFO("[%s]CloseDevice, ip[%s], port[%d].[%s(%d)]",
-           FieldText(m_stLoginParam.ip, sizeof m_stLoginParam.ip).c_str(), static_cast<int>(m_stLoginParam.port));
+  PLG_INFO("[%s]CloseDevice, ip[%s], port[%d].[%s(%d)]", FieldText(m_stLoginParam.ip, sizeof m_stLoginParam.ip).c_str(),
+           static_cast<int>(m_stLoginParam.port));
   std::memset(&m_stLoginParam, 0, sizeof m_stLoginParam);
   m_hLoginHandle = -1;
   return NETCAM_OK;
@@ -92,44 +88,4 @@ bool CPlgDeviceObjectImplement::GetDeviceInfo(DeviceBasicInfo& out) {
   out.firmwareVersion = json.GetString("/data/propertyList/Version", "");
   PLG_INFO("[%s]Get device info success, url[%s], device info[%s].[%s(%d)]", url.c_str(), response.c_str());
   return true;
-}
-
-bool CPlgDeviceObjectImplement::SendHttpGetReqWithRsp(std::string& out, const std::string& url,
-                                                      const std::string& user, const std::string& password) {
-  CHttpClientCurl client;  // one handle per request: nothing is shared between calls
-  if (!client.Init()) {
-    PLG_ERROR("[%s]libcurl init failed.[%s(%d)]");
-    return false;
-  }
-  HttpRsp response;
-  const bool sent = client.GetSend(response, url, HttpReqHeader{}, user, password);
-  if (sent && response.statusCode == 204) return true;  // accepted, nothing to read
-  if (sent && response.statusCode == 200 && !response.body.empty()) {
-    out = std::move(response.body);
-    return true;
-  }
-  PLG_ERROR("[%s]Get send failed, rsp-code[%d], rsp-url[%s], rsp-data[%s].[%s(%d)]",
-            static_cast<int>(response.statusCode), url.c_str(), response.body.c_str());
-  return false;
-}
-
-bool CPlgDeviceObjectImplement::SendHttpPostReqWithRsp(std::string& out, const std::string& url,
-                                                       const std::string& body, const std::string& user,
-                                                       const std::string& password, const std::string& contentType) {
-  CHttpClientCurl client;
-  if (!client.Init()) {
-    PLG_ERROR("[%s]libcurl init failed.[%s(%d)]");
-    return false;
-  }
-  HttpReqHeader headers;
-  headers.contentType = contentType;
-  HttpRsp response;
-  const bool sent = client.PostSend(response, url, headers, body, user, password);
-  if (sent && response.statusCode == 200 && !response.body.empty()) {
-    out = std::move(response.body);
-    return true;
-  }
-  PLG_ERROR("[%s]Get send failed, rsp-code[%d], rsp-url[%s], rsp-data[%s].[%s(%d)]",
-            static_cast<int>(response.statusCode), url.c_str(), response.body.c_str());
-  return false;
 }

@@ -3,12 +3,7 @@
 // loads it, from a staging tree of its own with Setup.xml beside it.
 #pragma once
 
-#include <arpa/inet.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
@@ -18,6 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "SharedLibrary.h"
+#include "TestEnvironment.h"
+#include "TestSockets.h"
 #include "netcam_plugin.h"
 
 namespace events_test {
@@ -27,30 +25,24 @@ struct Reply {
   std::string headers, body;
 };
 
-// A socket connected from `from` to `to`:`port`, or -1; reads time out after 30 s.
-inline int Connect(const std::string& from, uint16_t port, const std::string& to = "127.0.0.1") {
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in local{AF_INET, 0, {}, {}}, remote{AF_INET, htons(port), {}, {}};
-  inet_pton(AF_INET, from.c_str(), &local.sin_addr);
-  inet_pton(AF_INET, to.c_str(), &remote.sin_addr);
-  const timeval timeout{30, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local) == 0 &&
-      connect(fd, reinterpret_cast<sockaddr*>(&remote), sizeof remote) == 0)
-    return fd;
-  close(fd);
-  return -1;
+using netcam_test::CloseSocket;
+using netcam_test::kNoSocket;
+using netcam_test::Socket;
+
+// A socket connected from `from` to `to`:`port`, or kNoSocket; reads time out after 30 s.
+inline Socket Connect(const std::string& from, uint16_t port, const std::string& to = "127.0.0.1") {
+  return netcam_test::ConnectFrom(from, port, to);
 }
 
-inline Reply Exchange(int fd, const std::string& request) {
+inline Reply Exchange(Socket socket, const std::string& request) {
   std::string text;
   char buffer[4096];
-  send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+  netcam_test::SendBytes(socket, request.data(), request.size());
   for (;;) {
     const size_t end = text.find("\r\n\r\n"), length = text.find("Content-Length: ");
     if (end != std::string::npos && length < end && text.size() >= end + 4 + std::stoul(text.substr(length + 16)))
       return {std::atoi(text.c_str() + 9), text.substr(0, end), text.substr(end + 4)};
-    const ssize_t got = recv(fd, buffer, sizeof buffer, 0);
+    const long got = netcam_test::ReceiveBytes(socket, buffer, sizeof buffer);
     if (got <= 0) return {};
     text.append(buffer, static_cast<size_t>(got));
   }
@@ -58,9 +50,9 @@ inline Reply Exchange(int fd, const std::string& request) {
 
 inline Reply Send(const std::string& from, uint16_t port, const std::string& request,
                   const std::string& to = "127.0.0.1") {
-  const int fd = Connect(from, port, to);
-  const Reply reply = fd < 0 ? Reply{} : Exchange(fd, request);
-  close(fd);
+  const Socket socket = Connect(from, port, to);
+  const Reply reply = socket == kNoSocket ? Reply{} : Exchange(socket, request);
+  CloseSocket(socket);
   return reply;
 }
 
@@ -97,27 +89,31 @@ struct Recorder {
 class StagedPlugin : public ::testing::Test {
  protected:
   void SetUp() override {
-    char stage[] = "/tmp/netcam-events-XXXXXX";
-    ASSERT_NE(mkdtemp(stage), nullptr);
-    m_stage = stage;
+    m_stage = netcam_test::MakeTempDirectory("netcam-events");
+    ASSERT_FALSE(m_stage.empty());
     std::filesystem::create_directories(m_stage + "/plugins/axis");
     std::filesystem::create_directories(m_stage + "/META_INFO/extdev_axis.d/runtime_script");
-    std::filesystem::create_symlink(NETCAM_PLUGIN_PATH, m_stage + "/plugins/axis/netcam_plugin.so");
-    setenv("NETCAM_LOG_FILE", (m_stage + "/plugin.log").c_str(), 1);
-    setenv("NETCAM_LOG_LEVEL", "2", 1);
-    m_module = dlopen((m_stage + "/plugins/axis/netcam_plugin.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(m_module, nullptr) << dlerror();
-    auto bind = [this](auto& entry, const char* name) {
-      entry = reinterpret_cast<decltype(+entry)>(dlsym(m_module, name));
-    };
+    const std::filesystem::path built(NETCAM_PLUGIN_PATH);
+    const std::string module = m_stage + "/plugins/axis/" + built.filename().string();
+#ifdef _WIN32
+    std::filesystem::copy_file(built, module);  // a symbolic link needs a privilege on Windows
+#else
+    std::filesystem::create_symlink(built, module);
+#endif
+    netcam_test::SetEnvironment("NETCAM_LOG_FILE", (m_stage + "/plugin.log").c_str());
+    netcam_test::SetEnvironment("NETCAM_LOG_LEVEL", "2");
+    std::string error;
+    ASSERT_TRUE(m_module.Open(module, &error)) << error;
+    auto bind = [this](auto& entry, const char* name) { entry = m_module.Get<decltype(+entry)>(name); };
     bind(Init, "DeviceObject_Init"), bind(Fini, "DeviceObject_Fini"), bind(Create, "DeviceObject_CreateInstance");
     bind(Open, "DeviceObject_OpenDevice"), bind(Destroy, "DeviceObject_DestroyInstance");
     bind(SetEventCallBack, "DeviceObject_SetEventCallBack");
   }
   void TearDown() override {
     if (m_initialised) Fini();
-    if (m_module != nullptr) dlclose(m_module);
-    std::filesystem::remove_all(m_stage);
+    m_module.Close();
+    std::error_code ignored;
+    std::filesystem::remove_all(m_stage, ignored);
   }
   void WriteSetup(const std::string& text) {  // "" removes it
     const std::string path = m_stage + "/META_INFO/extdev_axis.d/runtime_script/Setup.xml";
@@ -131,17 +127,14 @@ class StagedPlugin : public ::testing::Test {
   // Init on a port of 127.0.0.1 the kernel just handed out (another if a parallel test took it).
   bool StartCentre() {
     for (int attempt = 0; attempt < 5; ++attempt) {
-      const int probe = socket(AF_INET, SOCK_STREAM, 0);
-      sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-      socklen_t length = sizeof address;
-      bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
-      getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
-      close(probe);
-      m_port = ntohs(address.sin_port);
+      m_port = netcam_test::EphemeralPort("127.0.0.1");
       WriteSetup(SetupFor(m_port));
       m_initialised = Init(nullptr) == 0;
-      const int fd = Connect("127.0.0.1", m_port);
-      if (fd >= 0) return close(fd) == 0;
+      const Socket socket = Connect("127.0.0.1", m_port);
+      if (socket != kNoSocket) {
+        CloseSocket(socket);
+        return true;
+      }
       Fini();
     }
     return false;
@@ -168,7 +161,7 @@ class StagedPlugin : public ::testing::Test {
   int32_t (*SetEventCallBack)(PluginDeviceHandle, PluginAlarmCallback, void*) = nullptr;
   std::string m_stage;
   uint16_t m_port = 0;
-  void* m_module = nullptr;
+  SharedLibrary m_module;
   bool m_initialised = false;
 };
 

@@ -2,16 +2,16 @@
 // (answers, routing and limits are exercised through the event centre), and
 // the replay of the event fuzz corpus.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <iterator>
 #include <mutex>
 #include <thread>
 
 #include "EventTestSupport.h"
-#include "FuzzEntries.h"
 #include "HttpServer.h"
+#ifdef EVENTS_CORPUS_DIR
+#include "FuzzEntries.h"
+#endif
 #include "LoopbackAddress.h"
 
 namespace {
@@ -39,37 +39,64 @@ TEST(HttpServer, ReleasesRequestsNobodyAnswers) {
   // Sends a request from `from` until the server takes it (it closes at once while the peer has no room).
   auto post = [&](const std::string& from) {
     const size_t before = seen();
-    int fd = -1;
+    Socket socket = kNoSocket;
     for (int attempt = 0; attempt < 200 && seen() == before; ++attempt) {
-      if (fd >= 0) close(fd);
-      fd = Connect(from, port, address);
-      send(fd, Post("/x").data(), Post("/x").size(), MSG_NOSIGNAL);
+      CloseSocket(socket);
+      socket = Connect(from, port, address);
+      netcam_test::SendBytes(socket, Post("/x").data(), Post("/x").size());
       for (int wait = 0; wait < 10 && seen() == before; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_EQ(seen(), before + 1);
-    return fd;
+    return socket;
   };
-  const int held[2] = {post(peer), post(peer)};
+  const Socket held[2] = {post(peer), post(peer)};
   EXPECT_EQ(Send(peer, port, Post("/x"), address).status, 0);  // no room for a third
-  close(held[0]);
-  close(held[1]);
-  const int third = post(peer);                // their peers closed, so their places are free again
+  CloseSocket(held[0]);
+  CloseSocket(held[1]);
+  const Socket third = post(peer);             // their peers closed, so their places are free again
   EXPECT_EQ(Exchange(third, "").status, 503);  // after the answer time
   EXPECT_EQ(CHttpServer::HttpServerSyncSend(links[2], {}, 0, nullptr), Tarn::Net::kHttpErrLinkGone);
-  const int idle = Connect(netcam_test::UniqueLoopbackAddress(), port, address);
+  const Socket idle = Connect(netcam_test::UniqueLoopbackAddress(), port, address);
   char byte;
-  EXPECT_EQ(recv(idle, &byte, 1, 0), 0);  // the server closed it, well before the 30 s read bound
+  EXPECT_EQ(netcam_test::ReceiveBytes(idle, &byte, 1), 0);  // the server closed it, well before the 30 s read bound
   // Stopping answers what waits; nothing listens afterwards.
-  const int waiting = post(netcam_test::UniqueLoopbackAddress());
+  const Socket waiting = post(netcam_test::UniqueLoopbackAddress());
   std::thread stopper([&] { EXPECT_EQ(CHttpServer::StopServer(handle), 0); });
   EXPECT_EQ(Exchange(waiting, "").status, 503);
   stopper.join();
   EXPECT_EQ(CHttpServer::HttpServerSyncSend(links[3], {}, 0, nullptr), Tarn::Net::kHttpErrLinkGone);
-  EXPECT_LT(Connect(peer, port, address), 0);
-  for (int fd : {third, idle, waiting}) close(fd);
+  EXPECT_EQ(Connect(peer, port, address), kNoSocket);
+  for (Socket socket : {third, idle, waiting}) CloseSocket(socket);
 }
 
+TEST(HttpServer, CutsARequestStillArrivingAfterTheRequestTime) {
+  // Request time 2 s; idle time 10 s, so a steady trickle is ended by the first alone.
+  const Tarn::Net::HttpServerLimits limits{64 * 1024, 1024, 64, 10, 2, 30};
+  const std::string address = netcam_test::UniqueLoopbackAddress(), peer = netcam_test::UniqueLoopbackAddress();
+  auto answer = [](int32_t link, const Tarn::Net::HttpRequest&) { CHttpServer::HttpServerSyncSend(link, {}, 2, "ok"); };
+  int32_t handle = 0;
+  ASSERT_EQ(CHttpServer::StartHttpServer(handle, address, 0, answer, limits), 0);
+  const uint16_t port = CHttpServer::GetServerPort(handle);
+  // Requests that each arrive in time keep their connection, however long it lives.
+  const Socket kept = Connect(peer, port, address);
+  EXPECT_EQ(Exchange(kept, Post("/a")).status, 200);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  EXPECT_EQ(Exchange(kept, Post("/b")).status, 200);
+  // One header byte every 100 ms, for up to 10 s.
+  const Socket slow = Connect(peer, port, address);
+  const std::string header = "POST /x HTTP/1.1\r\nX-Slow: " + std::string(200, 'a');
+  bool cut = false;
+  for (size_t sent = 0; sent < 100 && !cut; ++sent) {
+    cut = !netcam_test::SendBytes(slow, &header[sent], 1) || netcam_test::PeerHasClosed(slow);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  EXPECT_TRUE(cut);
+  EXPECT_EQ(CHttpServer::StopServer(handle), 0);
+  for (Socket socket : {kept, slow}) CloseSocket(socket);
+}
+
+#ifdef EVENTS_CORPUS_DIR
 TEST(EventFuzzCorpus, SeedsReplay) {
   for (const auto& file : std::filesystem::directory_iterator(EVENTS_CORPUS_DIR)) {
     std::ifstream in(file.path(), std::ios::binary);
@@ -77,5 +104,6 @@ TEST(EventFuzzCorpus, SeedsReplay) {
     EXPECT_EQ(events_fuzz::FuzzEventRequest(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), 0);
   }
 }
+#endif
 
 }  // namespace

@@ -325,7 +325,9 @@ TEST_F(SessionTest, GlobalTimeIsStreamTimeOrTheLiveWallClock) {
   const time_t after = time(nullptr);
   ASSERT_EQ(log.times.size(), 5u);
   const MUXC_GlobalTime& t = log.times.back();
-  std::tm tm{t.second, t.minute, t.hour, t.day, t.month - 1, t.year - 1900, 0, 0, -1, 0, nullptr};
+  std::tm tm{};  // the fields alone: Windows' tm has no zone members
+  tm.tm_sec = t.second, tm.tm_min = t.minute, tm.tm_hour = t.hour, tm.tm_mday = t.day, tm.tm_mon = t.month - 1;
+  tm.tm_year = t.year - 1900, tm.tm_isdst = -1;
   const time_t reported = mktime(&tm);
   EXPECT_TRUE(reported >= before && reported <= after && t.dwReserved == 1) << reported << " " << before;
   EXPECT_TRUE(t.millisecond >= 0 && t.millisecond <= 999);

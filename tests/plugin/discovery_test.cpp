@@ -1,7 +1,9 @@
 // The built library as the platform sees it: its export table and the
-// discovery record, reached through dlopen only.
-#include <dlfcn.h>
+// discovery record, reached through the loaded module only.
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 #include <array>
 #include <cstdio>
@@ -10,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "SharedLibrary.h"
 #include "netcam_plugin.h"
 
 namespace {
@@ -62,6 +65,25 @@ std::set<std::string> ExpectedExports() {
   return names;
 }
 
+#ifdef _WIN32
+// The names in the DLL's export directory, read from the mapped image.
+std::set<std::string> DefinedDynamicSymbols(const std::string& library) {
+  std::set<std::string> symbols;
+  HMODULE module = LoadLibraryA(library.c_str());
+  if (module == nullptr) return symbols;
+  const auto* base = reinterpret_cast<const uint8_t*>(module);
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const IMAGE_DATA_DIRECTORY& directory = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+  if (directory.Size != 0) {
+    const auto* exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + directory.VirtualAddress);
+    const auto* names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
+    for (DWORD i = 0; i < exports->NumberOfNames; ++i) symbols.insert(reinterpret_cast<const char*>(base + names[i]));
+  }
+  FreeLibrary(module);
+  return symbols;
+}
+#else
 std::set<std::string> DefinedDynamicSymbols(const std::string& library) {
   std::set<std::string> symbols;
   const std::string command = "nm -D --defined-only --format=posix '" + library + "'";
@@ -78,23 +100,21 @@ std::set<std::string> DefinedDynamicSymbols(const std::string& library) {
   }
   return symbols;
 }
+#endif
 
 class LoadedPlugin : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_module = dlopen(NETCAM_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(m_module, nullptr) << dlerror();
-    auto getInterface = reinterpret_cast<const ZPLUGIN_Interface* (*)()>(dlsym(m_module, "ZPLUGIN_GetPluginInterface"));
+    std::string error;
+    ASSERT_TRUE(m_module.Open(NETCAM_PLUGIN_PATH, &error)) << error;
+    auto getInterface = m_module.Get<const ZPLUGIN_Interface* (*)()>("ZPLUGIN_GetPluginInterface");
     ASSERT_NE(getInterface, nullptr);
     m_interface = getInterface();
     ASSERT_NE(m_interface, nullptr);
     EXPECT_EQ(getInterface(), m_interface);  // one record for the process
   }
-  void TearDown() override {
-    if (m_module != nullptr) dlclose(m_module);
-  }
 
-  void* m_module = nullptr;
+  SharedLibrary m_module;
   const ZPLUGIN_Interface* m_interface = nullptr;
 };
 
@@ -110,7 +130,7 @@ TEST_F(LoadedPlugin, RecordVersionAndAdvertisedKeys) {
   const void* const* slots = reinterpret_cast<const void* const*>(m_interface);
   for (int i = 0; i < 7; ++i) EXPECT_NE(slots[i], nullptr) << "slot " << i;
   EXPECT_STREQ(m_interface->GetVersion(), "1.0.0.0");
-  EXPECT_EQ(reinterpret_cast<void*>(m_interface->DestroyInstance), dlsym(m_module, "DeviceObject_DestroyInstance"));
+  EXPECT_EQ(reinterpret_cast<void*>(m_interface->DestroyInstance), m_module.Symbol("DeviceObject_DestroyInstance"));
 
   std::vector<std::string> keys;
   for (const char* const* key = m_interface->GetInterfaceKeys(); *key != nullptr && keys.size() < 20; ++key)
@@ -129,7 +149,7 @@ TEST_F(LoadedPlugin, QueryInterfaceAnswersEveryTableInSlotOrder) {
     auto slots = static_cast<void* const*>(found);
     for (size_t i = 0; i < table.slots.size(); ++i) {
       if (table.slots[i] != nullptr) {
-        EXPECT_EQ(slots[i], dlsym(m_module, table.slots[i])) << "slot " << i;
+        EXPECT_EQ(slots[i], m_module.Symbol(table.slots[i])) << "slot " << i;
       }
     }
   }

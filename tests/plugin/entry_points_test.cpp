@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "LogCapture.h"
-#include "session/TimeConversions.h"
 #include "netcam_plugin.h"
+#include "session/TimeConversions.h"
 
 namespace {
 
@@ -24,12 +24,21 @@ struct Row {
 TEST(EntryPoints, NullHandleResultsKeepTheirAsymmetry) {
   // Operations that answer a NULL handle with -1 and those that answer 0.
   const std::vector<Row> rows = {
-      {"OpenDevice", [](PluginDeviceHandle h) { DeviceLoginParam p{}; return DeviceObject_OpenDevice(h, &p); }, -1},
+      {"OpenDevice",
+       [](PluginDeviceHandle h) {
+         DeviceLoginParam p{};
+         return DeviceObject_OpenDevice(h, &p);
+       },
+       -1},
       {"CloseDevice", [](PluginDeviceHandle h) { return DeviceObject_CloseDevice(h); }, -1},
-      {"GetDeviceAbility", [](PluginDeviceHandle h) { return DeviceObject_GetDeviceAbility(h, "", 0, nullptr, 0); }, -1},
+      {"GetDeviceAbility", [](PluginDeviceHandle h) { return DeviceObject_GetDeviceAbility(h, "", 0, nullptr, 0); },
+       -1},
       {"RebootDevice", [](PluginDeviceHandle h) { return DeviceObject_RebootDevice(h); }, -1},
       {"StartStream",
-       [](PluginDeviceHandle h) { PluginStreamRequest r{}; return DeviceObject_StartStream(h, &r, nullptr, nullptr); },
+       [](PluginDeviceHandle h) {
+         PluginStreamRequest r{};
+         return DeviceObject_StartStream(h, &r, nullptr, nullptr);
+       },
        -1},
       {"ForceIFrame", [](PluginDeviceHandle h) { return DeviceObject_ForceIFrame(h, 0); }, -1},
       {"GetVideoParam", [](PluginDeviceHandle h) { return DeviceObject_GetVideoParam(h, 0, nullptr); }, -1},
@@ -47,8 +56,8 @@ TEST(EntryPoints, NullHandleResultsKeepTheirAsymmetry) {
        0},
       {"PTZControl", [](PluginDeviceHandle h) { return DeviceObject_PTZControl(h, 1, nullptr, 0, 0); }, 0},
       {"SetEventCallBack", [](PluginDeviceHandle h) { return DeviceObject_SetEventCallBack(h, nullptr, nullptr); }, 0},
-      {"CapturePicture",
-       [](PluginDeviceHandle h) { return DeviceObject_CapturePicture(h, 0, 0, nullptr, 0, nullptr); }, 0},
+      {"CapturePicture", [](PluginDeviceHandle h) { return DeviceObject_CapturePicture(h, 0, 0, nullptr, 0, nullptr); },
+       0},
       {"GetWorkStatus", [](PluginDeviceHandle h) { return DeviceObject_GetWorkStatus(h, nullptr, 0); }, 0},
       {"TransMethod", [](PluginDeviceHandle h) { return DeviceObject_TransMethod(h, nullptr, 0, nullptr, nullptr); },
        0},
@@ -124,7 +133,8 @@ TEST(EntryPoints, LogLinesCarryFunctionFileAndLine) {
   ASSERT_EQ(log.Lines().size(), 1u);
   const std::string line = log.Lines()[0].text;
   EXPECT_EQ(
-      line.rfind("[DeviceObject_SetLogCB]DeviceObject_SetLogCB called.[src/boundary/axis_device_object_interface.cpp(", 0),
+      line.rfind("[DeviceObject_SetLogCB]DeviceObject_SetLogCB called.[src/boundary/axis_device_object_interface.cpp(",
+                 0),
       0u)
       << line;
   EXPECT_EQ(line.back(), ']');
@@ -159,6 +169,8 @@ TEST(TimeConversions, ZonedTimesBecomeUtc) {
       {{2024, 3, 5, 8, 0, 0, 0, 0, -5, 30}, "2024-03-05T13:30:00.000Z"},
       {{2024, 3, 5, 8, 0, 0, 0, 0, -3, -30}, "2024-03-05T11:30:00.000Z"},
       {{2024, 3, 5, 8, 0, 0, 0, 0, 0, -30}, "2024-03-05T08:30:00.000Z"},
+      {{1970, 1, 1, 0, 0, 0, 0, 0, 8, 0}, "1969-12-31T16:00:00.000Z"},  // before 1970 in UTC
+      {{1969, 12, 31, 23, 59, 59, 0, 0, 0, 0}, "1969-12-31T23:59:59.000Z"},
   };
   for (const auto& c : cases) {
     PluginTime utc{};

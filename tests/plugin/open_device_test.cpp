@@ -1,6 +1,11 @@
 // Opening a camera: identity over Digest-authenticated VAPIX, the brand check,
 // credentials, unreachable cameras and answers that are not what they should be.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "LogCapture.h"
 #include "PluginTestSupport.h"
@@ -135,4 +140,37 @@ TEST_F(OpenDevice, MalformedIdentityAnswersAreRefused) {
   log.Clear();
   EXPECT_EQ(Open(login), -1);
   EXPECT_TRUE(log.Contains("device-type[]")) << log.All();
+}
+
+// A camera answer larger than the memory the process has left: storing it
+// throws std::bad_alloc, and the entry point answers -1 with one line instead
+// of letting the exception into the platform.
+TEST_F(OpenDevice, AnAnswerBeyondTheMemoryLeftFailsTheCallNotTheProcess) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizers' allocators end the process instead of throwing std::bad_alloc";
+#endif
+  auto camera = StartCamera(HttpOnlyCamera());
+  ASSERT_TRUE(camera);
+  camsim::Fault huge{camsim::Fault::Kind::Huge};
+  huge.size = 60u << 20;  // within the answer cap, beyond the memory left below
+  camera->InjectFault("/axis-cgi/basicdeviceinfo.cgi", huge);
+  const DeviceLoginParam login = LoginFor(*camera);
+  const pid_t child = fork();
+  if (child == 0) {
+    // Alone in its copy of the process (the camera serves from the parent),
+    // with 32 MiB of address space left to grow into.
+    alarm(60);
+    LogCapture log;
+    size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t cap = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (32u << 20);
+    const rlimit limit{cap, cap};
+    setrlimit(RLIMIT_AS, &limit);
+    const bool failed = Open(login) == -1;
+    const size_t lines = log.Matching("[DeviceObject_OpenDevice]Exception stopped, what[std::bad_alloc]").size();
+    _exit(failed && lines == 1 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
 }

@@ -42,8 +42,10 @@ TEST_F(Transport, WhichAnswersCountAsSuccess) {
     const char* body;
     bool ok;
   } cases[] = {
-      {false, 200, "answer", true}, {false, 204, "", true},  {false, 200, "", false}, {false, 404, "Not here", false},
-      {true, 200, "answer", true},  {true, 204, "", false},  {true, 200, "", false},  {true, 500, "Internal trouble", false},
+      {false, 200, "answer", true}, {false, 204, "", true},
+      {false, 200, "", false},      {false, 404, "Not here", false},
+      {true, 200, "answer", true},  {true, 204, "", false},
+      {true, 200, "", false},       {true, 500, "Internal trouble", false},
   };
   LogCapture log;
   for (const auto& c : cases) {
@@ -76,6 +78,17 @@ TEST_F(Transport, GetFollowsRedirectsPostDoesNot) {
   EXPECT_FALSE(Post(out, "/axis-cgi/moved.cgi", "{\"method\":\"x\"}"));
   EXPECT_TRUE(log.Contains("rsp-code[302]")) << log.All();
   for (const auto& request : m_camera->Requests()) EXPECT_NE(request.path, "/axis-cgi/target.cgi");
+
+  // A camera redirecting in a circle is given up on after five hops.
+  Answer("/axis-cgi/loop.cgi", 302, "", {{"Location", m_base + "/axis-cgi/loop.cgi"}});
+  m_camera->ClearRequests();
+  log.Clear();
+  EXPECT_FALSE(Get(out, "/axis-cgi/loop.cgi"));
+  size_t redirected = 0;  // the redirects followed, and the one that was not
+  for (const auto& request : m_camera->Requests()) redirected += request.status == 302;
+  EXPECT_LE(redirected, 6u);
+  EXPECT_EQ(log.Matching("]Redirect limit reached, limit[5], url[" + m_base + "/axis-cgi/loop.cgi]").size(), 1u)
+      << log.All();
 }
 
 TEST_F(Transport, PostSendsBodyAndContentTypeWithDigest) {

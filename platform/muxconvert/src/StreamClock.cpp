@@ -1,6 +1,6 @@
 #include "StreamClock.h"
 
-#include <ctime>
+#include "kor.h"
 
 namespace muxc {
 namespace {
@@ -18,14 +18,15 @@ int64_t FloorDiv(int64_t value, int64_t divisor) {
   return quotient;
 }
 
-MUXC_GlobalTime FromTm(const std::tm& tm, int32_t millisecond, int32_t reserved) {
+MUXC_GlobalTime FromFields(int64_t year, int month, int day, int hour, int minute, int second, int32_t millisecond,
+                           int32_t reserved) {
   MUXC_GlobalTime time{};
-  time.year = tm.tm_year + 1900;
-  time.month = tm.tm_mon + 1;
-  time.day = tm.tm_mday;
-  time.hour = tm.tm_hour;
-  time.minute = tm.tm_min;
-  time.second = tm.tm_sec;
+  time.year = static_cast<int32_t>(year);
+  time.month = month;
+  time.day = day;
+  time.hour = hour;
+  time.minute = minute;
+  time.second = second;
   time.millisecond = millisecond;
   time.dwReserved = reserved;
   return time;
@@ -41,37 +42,23 @@ bool IsValidCivilTime(const MUXC_GlobalTime& t) {
 
 bool AddMilliseconds(const MUXC_GlobalTime& base, int64_t elapsedMs, MUXC_GlobalTime* out) {
   // The fields are treated as a zone-less calendar time: UTC arithmetic has no DST jumps.
-  std::tm tm{};
-  tm.tm_year = base.year - 1900;
-  tm.tm_mon = base.month - 1;
-  tm.tm_mday = base.day;
-  tm.tm_hour = base.hour;
-  tm.tm_min = base.minute;
-  tm.tm_sec = base.second;
-  const time_t baseSeconds = timegm(&tm);
+  const kor::CivilTime civil{base.year, base.month, base.day, base.hour, base.minute, base.second};
   const int64_t totalMs = static_cast<int64_t>(base.millisecond) + elapsedMs;
   const int64_t carrySeconds = FloorDiv(totalMs, 1000);
-  const time_t seconds = baseSeconds + static_cast<time_t>(carrySeconds);
-  std::tm result{};
-  if (gmtime_r(&seconds, &result) == nullptr || result.tm_year + 1900 > 9999 || result.tm_year + 1900 < 1) {
-    return false;
-  }
-  *out = FromTm(result, static_cast<int32_t>(totalMs - carrySeconds * 1000), base.dwReserved);
+  const kor::CivilTime result = kor::CivilFromUnixSeconds(kor::UnixSecondsFromCivil(civil) + carrySeconds);
+  if (result.year > 9999 || result.year < 1) return false;
+  *out = FromFields(result.year, result.month, result.day, result.hour, result.minute, result.second,
+                    static_cast<int32_t>(totalMs - carrySeconds * 1000), base.dwReserved);
   return true;
 }
 
 MUXC_GlobalTime LocalTimeOf(int64_t unixMs, int32_t reserved) {
-  const int64_t seconds = FloorDiv(unixMs, 1000);
-  const time_t whole = static_cast<time_t>(seconds);
-  std::tm tm{};
-  localtime_r(&whole, &tm);
-  return FromTm(tm, static_cast<int32_t>(unixMs - seconds * 1000), reserved);
+  KOR_ExpTime local{};
+  KOR_ExpTimeFromTimeLocal(&local, unixMs * 1000);
+  return FromFields(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                    local.tm_usec / 1000, reserved);
 }
 
-int64_t WallClockMs() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
+int64_t WallClockMs() { return FloorDiv(KOR_TimeNow(), 1000); }
 
 }  // namespace muxc

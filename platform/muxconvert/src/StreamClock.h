@@ -1,5 +1,5 @@
 // StreamClock.h - calendar arithmetic for the stream-time reports: a civil
-// start time plus elapsed milliseconds (through timegm/gmtime_r so month and
+// start time plus elapsed milliseconds (through the runtime's calendar so month and
 // year ends and leap days come out right), and the local wall clock.
 #pragma once
 

@@ -44,9 +44,12 @@ struct HttpServerLimits {
   size_t nMaxBodyBytes = 64 * 1024;
   unsigned nMaxConnections = 1024;
   unsigned nMaxConnectionsPerAddress = 64;
-  unsigned nIdleTimeoutSeconds = 10;     // silence on a connection
-  unsigned nRequestTimeoutSeconds = 30;  // from the headers to the end of the body
-  unsigned nAnswerTimeoutSeconds = 30;   // an unanswered request is answered 503 then
+  unsigned nIdleTimeoutSeconds = 10;  // silence on a connection
+  // From a request's first byte (the connection's accept, or the end of the
+  // previous request on it) to its last, headers and body: a peer still
+  // sending then is disconnected, however steadily it trickles.
+  unsigned nRequestTimeoutSeconds = 30;
+  unsigned nAnswerTimeoutSeconds = 30;  // an unanswered request is answered 503 then
 };
 
 // link handle, request
