@@ -1,11 +1,14 @@
 // The simulator's RTSP server through the media client the plug-in uses:
 // Digest with the cameras' credentials, live codecs, recordings played for
-// exactly the clock range asked for, DisconnectAll and Stop.
+// exactly the clock range asked for, DisconnectAll and Stop, and each fault.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "ClientSink.h"
 #include "LoopbackAddress.h"
@@ -44,17 +47,35 @@ class RtspServerTest : public ::testing::Test {
     return "rtsp://" + userInfo + "@" + m_address + ":" + std::to_string(m_server->Port()) + "/axis-media/media.amp?" +
            query;
   }
-  // Opens a client; it and its sink last until the test ends. nullptr unless the open ended in `expected`.
+  // Opens a client; it and its sink last until the test ends. nullptr unless the open ended in `expected`
+  // (kFailed: any error).
+  static constexpr int32_t kFailed = -1;
   Sink* Open(const std::string& url, int32_t expected = 0, const MDC_PlayInfoV1* info = nullptr) {
     m_sinks.push_back(std::make_unique<Sink>());
-    int32_t result = -1;
+    int32_t result = 0;
     m_clients.push_back(OpenClient(url, *m_sinks.back(), &result, info));
-    EXPECT_EQ(result, expected) << url;
-    return result == expected ? m_sinks.back().get() : nullptr;
+    const bool asExpected = result == expected || (expected == kFailed && result != 0);
+    EXPECT_TRUE(asExpected) << url << " gave " << result;
+    return asExpected ? m_sinks.back().get() : nullptr;
   }
-  void TearDown() override {
+  void TearDown() override { DestroyClients(); }
+  void DestroyClients() {
     for (int32_t id : m_clients) EXPECT_EQ(MDC_Destroy(id), 0);
+    m_clients.clear();
   }
+  // Descriptors and threads of this process once every client is gone and the server has seen them go.
+  std::pair<long, long> ResourcesWithoutClients() {
+    DestroyClients();
+    for (int i = 0; i < 200 && m_server->ClientCount() > 0; ++i) std::this_thread::sleep_for(kSettle / 20);
+    std::this_thread::sleep_for(kSettle);
+    auto count = [](const char* directory) {
+      auto entries = std::filesystem::directory_iterator(directory);
+      return long(std::distance(begin(entries), end(entries)));
+    };
+    return {count("/proc/self/fd"), count("/proc/self/task")};
+  }
+
+  static constexpr std::chrono::milliseconds kSettle{500};
 
   std::string m_address = netcam_test::UniqueLoopbackAddress(0);
   std::unique_ptr<camsim::RtspServer> m_server = std::make_unique<camsim::RtspServer>(TestConfig(m_address));
@@ -117,6 +138,63 @@ TEST_F(RtspServerTest, DisconnectAllAndStopEndEverySession) {
   m_server->Stop();
   EXPECT_TRUE(again->WaitForMessage(MDC_MSG_CLOSED));
   m_server->Stop();
+}
+
+// Each RTSP fault as the media client sees it, switched on under a client
+// that plays and met by one that opens; switched off, the player plays on.
+TEST_F(RtspServerTest, FaultsShowToClientsAndLeaveNothingBehind) {
+  using Kind = camsim::Fault::Kind;
+  constexpr auto kRtsp = camsim::FaultSide::Rtsp;
+  constexpr size_t kAny = SIZE_MAX;
+  ASSERT_TRUE(Open(Url("videocodec=h264")));
+  const auto resources = ResourcesWithoutClients();
+  struct Case {
+    camsim::Fault fault;
+    int message;               // told to the playing client; 0: nothing, it plays on once the fault is off
+    int32_t openResult;        // of a client opening while the fault is on; 1: none opens
+    size_t maxBytesPerSecond;  // of the video the playing client gets while it is on
+  } cases[] = {
+      {{.kind = Kind::Reset, .side = kRtsp}, MDC_MSG_CLOSED, kFailed, kAny},
+      {{.kind = Kind::Cut, .side = kRtsp}, MDC_MSG_CLOSED, 1, kAny},
+      {{.kind = Kind::Garbage, .side = kRtsp}, MDC_MSG_CLOSED, 1, kAny},
+      {{.kind = Kind::Status, .status = 503, .side = kRtsp}, 0, int32_t(MDC_ERR_STATUS), kAny},
+      {{.kind = Kind::Delay, .delay = kSettle, .side = kRtsp}, 0, 0, kAny},
+      {{.kind = Kind::Freeze, .side = kRtsp}, 0, 1, 0},
+      {{.kind = Kind::Slow, .bytesPerSecond = 4000, .side = kRtsp}, 0, 1, 4000 * 3 / 2},
+      {{.kind = Kind::Freeze, .side = camsim::FaultSide::Http}, 0, 0, kAny},  // not for this side
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(camsim::KindName(c.fault.kind)) + " " + camsim::SideName(c.fault.side));
+    Sink* playing = Open(Url("videocodec=h264"));
+    ASSERT_TRUE(playing && playing->WaitForPackets(25));
+    const int fault = m_server->Faults().Add("", c.fault);
+    EXPECT_TRUE(c.message == 0 || playing->WaitForMessage(c.message));
+    const auto opening = std::chrono::steady_clock::now();
+    if (c.openResult != 1) Open(Url("videocodec=h264"), c.openResult);
+    // A delayed camera answers each of OPTIONS, DESCRIBE, SETUP and PLAY late.
+    EXPECT_TRUE(c.fault.kind != Kind::Delay || std::chrono::steady_clock::now() - opening >= 4 * kSettle);
+    if (c.message == 0) {
+      auto bytes = [&] {
+        std::lock_guard<std::mutex> lock(playing->mutex);
+        return playing->videoBytes;
+      };
+      std::this_thread::sleep_for(kSettle);
+      const size_t before = bytes();
+      std::this_thread::sleep_for(4 * kSettle);
+      const size_t got = bytes() - before;
+      EXPECT_TRUE(c.maxBytesPerSecond == kAny ? got > 0 : got <= c.maxBytesPerSecond * 2) << got;
+      m_server->Faults().Remove(fault);
+      const size_t after = bytes();
+      EXPECT_TRUE(playing->WaitFor([&] { return playing->videoBytes > after + 20000; }));
+      EXPECT_TRUE(playing->messages.empty());
+    }
+    m_server->Faults().Remove(fault);
+  }
+  auto left = ResourcesWithoutClients();
+  // The server's pipelines end their streaming threads a while after their clients left.
+  for (int i = 0; i < 20 && left.second > resources.second; ++i) left = ResourcesWithoutClients();
+  EXPECT_LE(left.first, resources.first);    // descriptors
+  EXPECT_LE(left.second, resources.second);  // threads
 }
 
 }  // namespace

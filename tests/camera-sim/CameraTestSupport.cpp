@@ -34,7 +34,7 @@ Reply Perform(const std::string& url, const std::string* body, const RequestOpti
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &reply.body);
   curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &Append);
   curl_easy_setopt(curl, CURLOPT_HEADERDATA, &reply.headers);
-  curl_easy_setopt(curl, CURLOPT_TIMEOUT, 30L);
+  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, options.timeoutMs);
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   reply.curlCode = curl_easy_perform(curl);
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);

@@ -25,9 +25,10 @@ struct RequestOptions {
   std::string user = "root";
   std::string password = "pass";
   Auth auth = Auth::Digest;
+  long timeoutMs = 30000;
 };
 
-// A GET, or a POST of *body; libcurl's answer bound (30 s) only guards against hangs.
+// A GET, or a POST of *body; libcurl's answer bound (30 s by default) only guards against hangs.
 Reply Perform(const std::string& url, const std::string* body = nullptr, const RequestOptions& options = {});
 
 // The JSON value at `pointer` as text (strings, integers, "true"/"false"); "" when absent, "{}" for objects.

@@ -43,6 +43,20 @@ for i in 0 1 2 3; do
 done
 pids=()
 
+# Faults from the command line: one failed answer, then the camera's own; a bad
+# fault is refused by name.
+"$sim" --address "$prefix.$((last + 4))" --http-port 0 --rtsp-port 0 \
+  --fault status:http,status=503,path=/axis-cgi/param.cgi,times=1 >"$work/fault" 2>&1 &
+pids=($!)
+for _ in $(seq 100); do grep -q "listening on" "$work/fault" && break; sleep 0.1; done
+url=$(grep -o 'http://[0-9.]*:[0-9]*' "$work/fault")
+for expected in 503 200; do
+  status=$(curl -s -o /dev/null -w '%{http_code}' --digest -u root:pass "$url/axis-cgi/param.cgi?action=list&group=Brand")
+  [ "$status" = "$expected" ] || fail "param.cgi answered $status, not $expected, under --fault"
+done
+"$sim" --address 127.0.0.1 --fault freeze:sideways >"$work/bad" 2>&1
+[ $? -eq 2 ] && grep -q "freeze:sideways: 'sideways' is not a side" "$work/bad" || fail "bad --fault: $(cat "$work/bad")"
+
 # An address that cannot be bound is a clear error, not a hang.
 "$sim" --address 999.0.0.1 --http-port 0 --rtsp-port 0 >"$work/bad" 2>&1
 code=$?

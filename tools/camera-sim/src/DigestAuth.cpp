@@ -148,6 +148,18 @@ std::string DigestAuthenticator::Challenge(bool stale) {
 DigestVerdict DigestAuthenticator::Verify(const std::string& method, const std::string& path,
                                           const std::string& authorization, const std::string& user,
                                           const std::string& password) {
+  return Check(method, path, authorization, &user, &password);
+}
+
+DigestVerdict DigestAuthenticator::VerifyKnown(const std::string& method, const std::string& path,
+                                               const std::string& authorization, const std::string& user,
+                                               const std::string& password) {
+  return Check(method, path, authorization, user.empty() ? nullptr : &user, password.empty() ? nullptr : &password);
+}
+
+DigestVerdict DigestAuthenticator::Check(const std::string& method, const std::string& path,
+                                         const std::string& authorization, const std::string* user,
+                                         const std::string* password) {
   auto params = ParseDigestAuthorization(authorization);
   if (!params) return DigestVerdict::Missing;
   auto get = [&](const char* name) -> std::string {
@@ -167,9 +179,11 @@ DigestVerdict DigestAuthenticator::Verify(const std::string& method, const std::
   const std::string uriPath = UrlDecode(std::string_view(uri).substr(0, uri.find('?')), false);
   if (uriPath != path) return DigestVerdict::Malformed;
 
-  if (username != user) return DigestVerdict::WrongUser;
-  const std::string expected = DigestResponse(user, m_realm, password, method, uri, nonce, nc, cnonce, qop);
-  if (ToLower(response) != expected) return DigestVerdict::WrongResponse;
+  if (user != nullptr && username != *user) return DigestVerdict::WrongUser;
+  if (password != nullptr &&
+      ToLower(response) != DigestResponse(username, m_realm, *password, method, uri, nonce, nc, cnonce, qop)) {
+    return DigestVerdict::WrongResponse;
+  }
 
   std::lock_guard<std::mutex> lock(m_mutex);
   auto it = m_nonces.find(nonce);

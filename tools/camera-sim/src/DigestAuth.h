@@ -53,8 +53,16 @@ class DigestAuthenticator {
   // `path` is the decoded request path; the digest's uri must name it.
   DigestVerdict Verify(const std::string& method, const std::string& path, const std::string& authorization,
                        const std::string& user, const std::string& password);
+  // The same where the camera knows no user (`user` empty: any) or no
+  // password (`password` empty: any), as a replayed camera does: the form
+  // and the nonce are still checked.
+  DigestVerdict VerifyKnown(const std::string& method, const std::string& path, const std::string& authorization,
+                            const std::string& user, const std::string& password);
 
  private:
+  DigestVerdict Check(const std::string& method, const std::string& path, const std::string& authorization,
+                      const std::string* user, const std::string* password);
+
   struct NonceState {
     std::chrono::steady_clock::time_point issued;
     std::set<std::string> usedCounts;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -29,8 +30,11 @@ struct HttpResponse {
   std::string contentType = "text/plain";
   std::string body;
   std::map<std::string, std::string> headers;
-  size_t fillerBytes = 0;  // when non-zero: a generated body of this size instead of `body`
-  bool drop = false;       // close the connection without an answer
+  size_t fillerBytes = 0;      // when non-zero: a generated body of this size instead of `body`
+  bool drop = false;           // close the connection without an answer
+  bool reset = false;          // close the connection with a TCP reset, without an answer
+  size_t bytesPerSecond = 0;   // when non-zero: the body is sent no faster
+  size_t cutAfter = SIZE_MAX;  // the body stops after this many bytes and the connection closes
 };
 
 // Query string to (decoded name -> decoded value); the first occurrence of a name wins.

@@ -3,11 +3,15 @@
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "evlog.h"
 
@@ -16,6 +20,7 @@ namespace camsim {
 namespace {
 
 constexpr const char* kLogModule = "camera-sim";
+constexpr std::chrono::milliseconds kPaceSlice{50};
 
 // One request in flight; owned by MHD's per-request pointer from the URI
 // callback until the completion callback.
@@ -38,10 +43,46 @@ MHD_Result CollectHeader(void* cls, MHD_ValueKind, const char* key, const char* 
   return MHD_YES;
 }
 
-ssize_t FillerReader(void*, uint64_t position, char* buffer, size_t max) {
-  // The Huge fault: a body of repeated, printable filler.
-  for (size_t i = 0; i < max; ++i) buffer[i] = static_cast<char>('a' + (position + i) % 26);
-  return static_cast<ssize_t>(max);
+// A body handed to MHD piece by piece: generated filler (the Huge fault), sent
+// at a pace (Slow) or stopped short (Cut). Runs on the connection's own thread,
+// so pacing may sleep there; it gives up as soon as the server stops.
+struct BodySource {
+  std::string body;
+  bool filler = false;
+  size_t size = 0;
+  size_t cutAfter = SIZE_MAX;
+  size_t bytesPerSecond = 0;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  const std::atomic<bool>* stopping = nullptr;
+
+  static ssize_t Read(void* cls, uint64_t position, char* buffer, size_t max) {
+    auto* self = static_cast<BodySource*>(cls);
+    if (position >= self->cutAfter) return MHD_CONTENT_READER_END_WITH_ERROR;
+    size_t count = std::min<uint64_t>({max, self->size - position, self->cutAfter - position});
+    if (self->bytesPerSecond > 0) {
+      count = std::min(count, std::max<size_t>(1, self->bytesPerSecond / 10));
+      const auto due = self->start + std::chrono::microseconds(position * 1000000 / self->bytesPerSecond);
+      for (auto now = std::chrono::steady_clock::now(); now < due; now = std::chrono::steady_clock::now()) {
+        if (self->stopping->load()) return MHD_CONTENT_READER_END_WITH_ERROR;
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(due - now, kPaceSlice));
+      }
+    }
+    for (size_t i = 0; i < count; ++i) {
+      buffer[i] = self->filler ? static_cast<char>('a' + (position + i) % 26) : self->body[position + i];
+    }
+    return static_cast<ssize_t>(count);
+  }
+  static void Free(void* cls) { delete static_cast<BodySource*>(cls); }
+};
+
+// An abortive close now: the peer gets a TCP reset, and MHD later closes a
+// socket that is already disconnected.
+void ResetConnection(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  if (info == nullptr) return;
+  sockaddr unspecified{};
+  unspecified.sa_family = AF_UNSPEC;
+  ::connect(info->connect_fd, &unspecified, sizeof unspecified);
 }
 
 }  // namespace
@@ -51,6 +92,7 @@ struct HttpServer::Impl {
   Handler handler;
   MHD_Daemon* daemon = nullptr;
   uint16_t port = 0;
+  std::atomic<bool> stopping{false};
 
   static void* OnUri(void* cls, const char* uri, MHD_Connection*) {
     (void)cls;
@@ -106,17 +148,28 @@ struct HttpServer::Impl {
 
   MHD_Result Answer(MHD_Connection* connection, HttpRequest& request) {
     HttpResponse answer = handler(request);
-    if (answer.drop) return MHD_NO;  // MHD closes the socket without a reply
+    if (answer.reset) ResetConnection(connection);
+    if (answer.drop || answer.reset) return MHD_NO;  // MHD closes the socket without a reply
 
+    const bool hasBody = answer.fillerBytes > 0 || !answer.body.empty();
     MHD_Response* response = nullptr;
-    if (answer.fillerBytes > 0) {
-      response = MHD_create_response_from_callback(answer.fillerBytes, 64 * 1024, &FillerReader, nullptr, nullptr);
+    if (answer.fillerBytes > 0 || answer.bytesPerSecond > 0 || answer.cutAfter != SIZE_MAX) {
+      auto source = std::make_unique<BodySource>();
+      source->filler = answer.fillerBytes > 0;
+      source->size = source->filler ? answer.fillerBytes : answer.body.size();
+      source->body = std::move(answer.body);
+      source->cutAfter = answer.cutAfter;
+      source->bytesPerSecond = answer.bytesPerSecond;
+      source->stopping = &stopping;
+      response = MHD_create_response_from_callback(source->size, 64 * 1024, &BodySource::Read, source.get(),
+                                                   &BodySource::Free);
+      if (response != nullptr) source.release();
     } else {
       response = MHD_create_response_from_buffer(answer.body.size(), const_cast<char*>(answer.body.data()),
                                                  MHD_RESPMEM_MUST_COPY);
     }
     if (response == nullptr) return MHD_NO;
-    if (!answer.contentType.empty() && (answer.fillerBytes > 0 || !answer.body.empty())) {
+    if (!answer.contentType.empty() && hasBody) {
       MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, answer.contentType.c_str());
     }
     for (const auto& [name, value] : answer.headers) {
@@ -142,6 +195,7 @@ bool HttpServer::Start(std::string* error) {
     return false;
   };
   if (m_impl->daemon != nullptr) return true;
+  m_impl->stopping = false;
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(m_impl->options.port);
@@ -167,6 +221,7 @@ bool HttpServer::Start(std::string* error) {
 
 void HttpServer::Stop() {
   if (m_impl->daemon != nullptr) {
+    m_impl->stopping = true;  // paced bodies give up instead of holding their connection threads
     MHD_stop_daemon(m_impl->daemon);
     m_impl->daemon = nullptr;
   }

@@ -35,7 +35,9 @@ EndpointHandler FindEndpoint(std::string_view path) {
 }
 
 bool NeedsAuthentication(std::string_view path) {
-  return StartsWith(path, "/axis-cgi/") || StartsWith(path, "/vapix/");
+  return StartsWith(path, "/axis-cgi/") || StartsWith(path, "/vapix/") || IsControlPath(path);
 }
+
+bool IsControlPath(std::string_view path) { return StartsWith(path, "/camera-sim/"); }
 
 }  // namespace camsim

@@ -11,7 +11,11 @@ namespace camsim {
 EndpointHandler FindEndpoint(std::string_view path);
 
 // Every VAPIX path (/axis-cgi/..., /vapix/...) is behind Digest authentication,
-// known or not, as on the cameras.
+// known or not, as on the cameras; so are the simulator's own control paths.
 bool NeedsAuthentication(std::string_view path);
+
+// The simulator's own requests live under /camera-sim/, apart from the camera's.
+constexpr std::string_view kAlarmControlPath = "/camera-sim/alarm";
+bool IsControlPath(std::string_view path);
 
 }  // namespace camsim

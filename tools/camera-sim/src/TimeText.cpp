@@ -3,39 +3,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "kor.h"
+
 namespace camsim {
 
-int64_t DaysFromCivil(int year, int month, int day) {
-  // Howard Hinnant's days_from_civil.
-  const int64_t y = static_cast<int64_t>(year) - (month <= 2 ? 1 : 0);
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const int64_t yoe = y - era * 400;
-  const int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + doe - 719468;
-}
-
 CivilTime CivilFromUnix(int64_t seconds) {
-  int64_t days = seconds / 86400;
-  int64_t rest = seconds % 86400;
-  if (rest < 0) {
-    rest += 86400;
-    --days;
-  }
-  const int64_t z = days + 719468;
-  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const int64_t doe = z - era * 146097;
-  const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const int64_t mp = (5 * doy + 2) / 153;
-  CivilTime t;
-  t.day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-  t.month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-  t.year = static_cast<int>(yoe + era * 400 + (t.month <= 2 ? 1 : 0));
-  t.hour = static_cast<int>(rest / 3600);
-  t.minute = static_cast<int>(rest % 3600 / 60);
-  t.second = static_cast<int>(rest % 60);
-  return t;
+  const kor::CivilTime civil = kor::CivilFromUnixSeconds(seconds);
+  return CivilTime{static_cast<int>(civil.year), civil.month, civil.day, civil.hour, civil.minute, civil.second};
 }
 
 std::optional<int64_t> UnixFromCivil(const CivilTime& t) {
@@ -46,7 +20,8 @@ std::optional<int64_t> UnixFromCivil(const CivilTime& t) {
   }
   const bool leap = (t.year % 4 == 0 && t.year % 100 != 0) || t.year % 400 == 0;
   if (t.month == 2 && t.day == 29 && !leap) return std::nullopt;
-  return DaysFromCivil(t.year, t.month, t.day) * 86400 + t.hour * 3600 + t.minute * 60 + t.second;
+  return kor::UnixSecondsFromCivil(
+      {.year = t.year, .month = t.month, .day = t.day, .hour = t.hour, .minute = t.minute, .second = t.second});
 }
 
 namespace {

@@ -13,7 +13,6 @@ struct CivilTime {
   int year = 1970, month = 1, day = 1, hour = 0, minute = 0, second = 0;
 };
 
-int64_t DaysFromCivil(int year, int month, int day);
 CivilTime CivilFromUnix(int64_t seconds);
 // Seconds since 1970 for a civil time in UTC; nullopt when a field is out of range.
 std::optional<int64_t> UnixFromCivil(const CivilTime& time);

@@ -5,30 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "kor.h"
+
 namespace camsim {
 namespace {
-
-// Days since 1970-01-01 of a proleptic Gregorian date (Howard Hinnant's algorithm).
-int64_t DaysFromCivil(int64_t year, unsigned month, unsigned day) {
-  year -= month <= 2;
-  const int64_t era = (year >= 0 ? year : year - 399) / 400;
-  const unsigned yearOfEra = static_cast<unsigned>(year - era * 400);
-  const unsigned dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-  const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-  return era * 146097 + static_cast<int64_t>(dayOfEra) - 719468;
-}
-
-void CivilFromDays(int64_t days, int* year, unsigned* month, unsigned* day) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const unsigned dayOfEra = static_cast<unsigned>(days - era * 146097);
-  const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const unsigned mp = (5 * dayOfYear + 2) / 153;
-  *day = dayOfYear - (153 * mp + 2) / 5 + 1;
-  *month = mp < 10 ? mp + 3 : mp - 9;
-  *year = static_cast<int>(static_cast<int64_t>(yearOfEra) + era * 400 + (*month <= 2));
-}
 
 bool ReadDigits(const std::string& text, size_t pos, size_t count, int* value) {
   if (pos + count > text.size()) return false;
@@ -65,8 +45,9 @@ std::optional<double> ParseClockTime(const std::string& text) {
     if (digits == 0) return std::nullopt;
   }
   if (pos + 1 != text.size() || text[pos] != 'Z') return std::nullopt;
-  const int64_t days = DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day));
-  return static_cast<double>(days * 86400 + hour * 3600 + minute * 60 + second) + fraction;
+  const kor::CivilTime civil{
+      .year = year, .month = month, .day = day, .hour = hour, .minute = minute, .second = second};
+  return static_cast<double>(kor::UnixSecondsFromCivil(civil)) + fraction;
 }
 
 }  // namespace
@@ -100,23 +81,14 @@ std::string FormatClockTime(double utcSeconds) {
     millis = 0;
     ++seconds;
   }
-  int64_t days = seconds / 86400;
-  int64_t secondOfDay = seconds % 86400;
-  if (secondOfDay < 0) {
-    secondOfDay += 86400;
-    --days;
-  }
-  int year;
-  unsigned month, day;
-  CivilFromDays(days, &year, &month, &day);
-  char text[40];
-  const int hour = static_cast<int>(secondOfDay / 3600);
-  const int minute = static_cast<int>(secondOfDay / 60 % 60);
-  const int second = static_cast<int>(secondOfDay % 60);
+  const kor::CivilTime t = kor::CivilFromUnixSeconds(seconds);
+  char text[48];
   if (millis != 0) {
-    std::snprintf(text, sizeof text, "%04d%02u%02uT%02d%02d%02d.%03dZ", year, month, day, hour, minute, second, millis);
+    std::snprintf(text, sizeof text, "%04lld%02d%02dT%02d%02d%02d.%03dZ", static_cast<long long>(t.year), t.month,
+                  t.day, t.hour, t.minute, t.second, millis);
   } else {
-    std::snprintf(text, sizeof text, "%04d%02u%02uT%02d%02d%02dZ", year, month, day, hour, minute, second);
+    std::snprintf(text, sizeof text, "%04lld%02d%02dT%02d%02d%02dZ", static_cast<long long>(t.year), t.month, t.day,
+                  t.hour, t.minute, t.second);
   }
   return text;
 }

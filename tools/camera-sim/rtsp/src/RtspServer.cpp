@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Clip.h"
+#include "FaultRelay.h"
 #include "GstPtr.h"
 #include "RtspTypes.h"
 #include "evlog.h"
@@ -113,7 +114,9 @@ void OnClientConnected(GstRTSPServer*, GstRTSPClient* client, gpointer user) {
 }  // namespace
 
 struct RtspServer::Impl {
-  explicit Impl(RtspConfig configIn) : config(std::move(configIn)) {}
+  explicit Impl(RtspConfig configIn) : config(std::move(configIn)) {
+    if (!config.faults) config.faults = std::make_shared<FaultSet>();
+  }
 
   bool Start(std::string* error);
   void Stop();
@@ -129,6 +132,7 @@ struct RtspServer::Impl {
   GSourcePtr serverSource;
   GSourcePtr sessionSource;
   std::thread thread;
+  std::unique_ptr<FaultRelay> relay;
   DescribeLog describeLog;
 };
 
@@ -152,7 +156,7 @@ bool RtspServer::Impl::Start(std::string* error) {
   loop.reset(g_main_loop_new(context.get(), FALSE));
   server.reset(NewServer());
   gst_rtsp_server_set_address(server.get(), config.address.c_str());
-  gst_rtsp_server_set_service(server.get(), std::to_string(config.port).c_str());
+  gst_rtsp_server_set_service(server.get(), "0");  // behind the relay, which takes config.port
   // The stock backlog of 5 makes a burst of clients wait for SYN retries.
   gst_rtsp_server_set_backlog(server.get(), 128);
   // Clients are served on this server's own loop, not a shared thread pool.
@@ -176,10 +180,17 @@ bool RtspServer::Impl::Start(std::string* error) {
 
   GError* bindError = nullptr;
   serverSource.reset(gst_rtsp_server_create_source(server.get(), nullptr, &bindError));
-  if (!serverSource) {
+  std::string relayError;
+  relay = std::make_unique<FaultRelay>(config.faults);
+  if (!serverSource ||
+      !relay->Start(config.address, config.port, static_cast<uint16_t>(gst_rtsp_server_get_bound_port(server.get())),
+                    &relayError)) {
     GErrorPtr owned(bindError);
-    std::string message = "cannot listen on " + config.address + ":" + std::to_string(config.port) + ": " +
-                          (bindError ? bindError->message : "?");
+    std::string message = !serverSource
+                              ? "cannot listen on " + config.address + ": " + (bindError ? bindError->message : "?")
+                              : relayError;
+    relay.reset();
+    serverSource.reset();
     server.reset();
     loop.reset();
     context.reset();
@@ -196,7 +207,7 @@ bool RtspServer::Impl::Start(std::string* error) {
   };
   g_source_set_callback(sessionSource.get(), G_SOURCE_FUNC(expire), nullptr, nullptr);
   g_source_attach(sessionSource.get(), context.get());
-  port = static_cast<uint16_t>(gst_rtsp_server_get_bound_port(server.get()));
+  port = relay->Port();
 
   thread = std::thread([ctx = context.get(), mainLoop = loop.get()] {
     g_main_context_push_thread_default(ctx);
@@ -217,6 +228,8 @@ void RtspServer::Impl::EndAllSessions() {
 }
 
 void RtspServer::Impl::Stop() {
+  relay->Stop();  // clients see their connections end at once
+  relay.reset();
   RunOn(context.get(), [this] {
     serverSource.reset();  // no new connections
     EndAllSessions();
@@ -281,6 +294,8 @@ std::vector<std::string> RtspServer::DescribedUrls() const {
   std::lock_guard<std::mutex> lock(m_impl->describeLog.mutex);
   return m_impl->describeLog.urls;
 }
+
+FaultSet& RtspServer::Faults() { return *m_impl->config.faults; }
 
 std::vector<std::string> RtspServer::ControlRequests() const {
   std::lock_guard<std::mutex> lock(m_impl->describeLog.mutex);
