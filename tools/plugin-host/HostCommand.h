@@ -9,18 +9,20 @@
 #include <vector>
 
 #include "PluginLoader.h"
+#include "kor.h"
 
-namespace camsim {
-class Camera;
-}
+// Has the camera post one motion alarm to the event URL; true when the
+// receiver answered it.
+using AlarmTrigger = std::function<bool(const std::string& eventUrl)>;
 
 struct CameraTarget {
   std::string host;
   uint16_t httpPort = 80;
   std::string user;
   std::string password;
-  bool simulated = false;  // the embedded simulator serves it
-  camsim::Camera* simulator = nullptr;  // that simulator, to have it post alarms
+  // Set when the embedded simulator serves the camera; a separately started
+  // simulator is found by the events command itself.
+  AlarmTrigger postAlarm;
 };
 
 struct HostContext {
@@ -40,7 +42,7 @@ struct HostContext {
   std::string failure;
   // Prints "plugin-host: <reason>" to standard error, keeps the reason and
   // returns exitCode, so a failure path reads `return context.Fail(3, ...)`.
-  int Fail(int exitCode, const char* format, ...) __attribute__((format(printf, 3, 4)));
+  int Fail(int exitCode, const char* format, ...) KOR_PRINTF_LIKE(3, 4);
 };
 
 // A command returns the process exit code (0 success).

@@ -31,6 +31,12 @@ class OpenedCamera {
   bool m_open;
 };
 
+// One request to the camera itself, beside the plug-in, with the camera's
+// credentials (Digest or Basic): a GET, or a POST of `postBody`. The HTTP
+// status, or 0 when there was no answer.
+long CameraRequest(const CameraTarget& camera, const std::string& path, const std::string* postBody,
+                   std::string* answer);
+
 // "pan 12.50  tilt -3.00  zoom 800" as the camera answers ptz.cgi?query=position,
 // or why it could not be read.
 std::string CameraPtzPosition(const CameraTarget& camera);

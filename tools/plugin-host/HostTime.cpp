@@ -1,43 +1,34 @@
 #include "HostTime.h"
 
 #include <cstdio>
-#include <ctime>
 
-namespace {
-
-std::tm Fields(int64_t seconds) {
-  const std::time_t t = static_cast<std::time_t>(seconds);
-  std::tm fields{};
-  gmtime_r(&t, &fields);
-  return fields;
-}
-
-}  // namespace
+#include "kor.h"
 
 bool ParseIsoUtc(const std::string& text, int64_t* seconds) {
-  std::tm fields{};
+  kor::CivilTime fields;
+  int year = 0;
   int consumed = 0;
-  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &fields.tm_year, &fields.tm_mon, &fields.tm_mday,
-                  &fields.tm_hour, &fields.tm_min, &fields.tm_sec, &consumed) != 6) {
+  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &year, &fields.month, &fields.day, &fields.hour,
+                  &fields.minute, &fields.second, &consumed) != 6) {
     return false;
   }
   std::string rest = text.substr(static_cast<size_t>(consumed));
   if (!rest.empty() && rest[0] == '.') rest.erase(0, rest.find_first_not_of("0123456789", 1));
   if (rest != "" && rest != "Z") return false;
-  if (fields.tm_mon < 1 || fields.tm_mon > 12 || fields.tm_mday < 1 || fields.tm_mday > 31 || fields.tm_hour > 23 ||
-      fields.tm_min > 59 || fields.tm_sec > 60) {
+  if (fields.month < 1 || fields.month > 12 || fields.day < 1 || fields.day > 31 || fields.hour > 23 ||
+      fields.minute > 59 || fields.second > 60) {
     return false;
   }
-  fields.tm_year -= 1900;
-  fields.tm_mon -= 1;
-  *seconds = static_cast<int64_t>(timegm(&fields));
+  fields.year = year;
+  *seconds = kor::UnixSecondsFromCivil(fields);
   return true;
 }
 
 std::string FormatUtc(int64_t seconds) {
-  const std::tm fields = Fields(seconds);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields);
+  const kor::CivilTime fields = kor::CivilFromUnixSeconds(seconds);
+  char text[48];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", static_cast<int>(fields.year), fields.month,
+                fields.day, fields.hour, fields.minute, fields.second);
   return text;
 }
 
@@ -55,26 +46,20 @@ std::string FormatDuration(int64_t seconds) {
 }
 
 PluginTime ToPluginTime(int64_t seconds) {
-  const std::tm fields = Fields(seconds);
+  const kor::CivilTime fields = kor::CivilFromUnixSeconds(seconds);
   PluginTime time{};
-  time.year = fields.tm_year + 1900;
-  time.month = fields.tm_mon + 1;
-  time.day = fields.tm_mday;
-  time.hour = fields.tm_hour;
-  time.minute = fields.tm_min;
-  time.second = fields.tm_sec;
+  time.year = static_cast<int32_t>(fields.year);
+  time.month = fields.month;
+  time.day = fields.day;
+  time.hour = fields.hour;
+  time.minute = fields.minute;
+  time.second = fields.second;
   return time;
 }
 
 int64_t FromPluginTime(const PluginTime& time) {
-  std::tm fields{};
-  fields.tm_year = time.year - 1900;
-  fields.tm_mon = time.month - 1;
-  fields.tm_mday = time.day;
-  fields.tm_hour = time.hour;
-  fields.tm_min = time.minute;
-  fields.tm_sec = time.second;
-  return static_cast<int64_t>(timegm(&fields));
+  const kor::CivilTime fields{time.year, time.month, time.day, time.hour, time.minute, time.second};
+  return kor::UnixSecondsFromCivil(fields);
 }
 
 PluginZonedTime ToZonedTime(int64_t seconds) {

@@ -1,6 +1,7 @@
 // plugin-host events: subscribes to the camera's alarms through the plug-in,
-// has the simulated camera post motion alarms to the plug-in's event port, and
-// prints each alarm as it arrives and a summary.
+// has a simulated camera (the embedded one, or a camera-sim started apart)
+// post motion alarms to the plug-in's event port, and prints each alarm as it
+// arrives and a summary.
 //   events [--seconds N] [--count N]
 #include <atomic>
 #include <chrono>
@@ -15,7 +16,7 @@
 #include <thread>
 
 #include "HostCommand.h"
-#include "camera_sim/Camera.h"
+#include "HostControl.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ struct AlarmSink {
 // The port the plug-in listens on, from the Setup.xml it reads (next to the
 // module, in the platform's install layout); 0 when there is none.
 uint16_t EventPort(const std::string& pluginPath, std::string& setupPath) {
-  const size_t slash = pluginPath.rfind('/');
+  const size_t slash = pluginPath.find_last_of("/\\");
   const std::string directory = slash == std::string::npos ? "." : pluginPath.substr(0, slash);
   setupPath = directory + "/../../META_INFO/extdev_axis.d/runtime_script/Setup.xml";
   std::ifstream file(setupPath);
@@ -57,6 +58,17 @@ uint16_t EventPort(const std::string& pluginPath, std::string& setupPath) {
   if (!std::regex_search(xml, match, std::regex(R"(<Event>\s*([0-9]+)\s*</Event>)"))) return 0;
   const long port = std::strtol(match[1].str().c_str(), nullptr, 10);
   return port > 0 && port < 65536 ? static_cast<uint16_t>(port) : 0;
+}
+
+// A camera-sim started apart answers its control path with 200 and posts
+// alarms when asked there; a real camera answers 404 and posts on its own.
+AlarmTrigger SeparateSimulator(const CameraTarget& camera) {
+  std::string answer;
+  if (CameraRequest(camera, "/camera-sim/alarm", nullptr, &answer) != 200) return {};
+  return [camera](const std::string& eventUrl) {
+    std::string reply;
+    return CameraRequest(camera, "/camera-sim/alarm", &eventUrl, &reply) == 200;
+  };
 }
 
 int RunEvents(HostContext& context) {
@@ -80,7 +92,8 @@ int RunEvents(HostContext& context) {
   if (control->SetEventCallBack(device.Handle(), &AlarmSink::OnAlarm, &sink) != 0)
     return context.Fail(3, "SetEventCallBack failed; the plug-in's log says why");
   std::printf("subscribed; alarms go to %s\n", eventUrl.c_str());
-  if (context.camera.simulator == nullptr)
+  const AlarmTrigger postAlarm = context.camera.postAlarm ? context.camera.postAlarm : SeparateSimulator(context.camera);
+  if (!postAlarm)
     std::printf("waiting %.0f s for the camera's own notifications (its HTTP action must post to that URL)\n", seconds);
 
   g_interrupted = false;
@@ -92,12 +105,12 @@ int RunEvents(HostContext& context) {
   int posted = 0, answered = 0;
   while (!g_interrupted && elapsed() < seconds) {
     // The simulated camera posts the alarms evenly over the time given.
-    if (context.camera.simulator != nullptr && posted < count && elapsed() >= posted * seconds / count) {
+    if (postAlarm && posted < count && elapsed() >= posted * seconds / count) {
       ++posted;
-      answered += context.camera.simulator->PostMotionAlarm(eventUrl) ? 1 : 0;
+      answered += postAlarm(eventUrl) ? 1 : 0;
       continue;
     }
-    if (context.camera.simulator != nullptr && posted == count && sink.received >= count) break;
+    if (postAlarm && posted == count && sink.received >= count) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   const double took = elapsed();
@@ -105,12 +118,11 @@ int RunEvents(HostContext& context) {
   std::signal(SIGINT, previousInt);
   const int received = sink.received;
   std::printf("received %d alarm(s) in %.1f s (%.1f per second)", received, took, took > 0 ? received / took : 0.0);
-  if (context.camera.simulator != nullptr) std::printf("; the camera posted %d, %d answered", posted, answered);
+  if (postAlarm) std::printf("; the camera posted %d, %d answered", posted, answered);
   std::printf("\n");
   const auto* common = context.plugin.Query<PluginCommonTable>("common");
   common->CloseDevice(device.Handle());
-  if (context.camera.simulator == nullptr)
-    return received > 0 ? 0 : context.Fail(4, "no alarm arrived in %.0f s", seconds);
+  if (!postAlarm) return received > 0 ? 0 : context.Fail(4, "no alarm arrived in %.0f s", seconds);
   if (answered != posted) return context.Fail(4, "%d of %d alarm posts were not answered", posted - answered, posted);
   if (received != posted) return context.Fail(4, "%d alarm(s) posted but %d delivered", posted, received);
   return 0;

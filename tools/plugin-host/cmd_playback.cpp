@@ -3,10 +3,6 @@
 // terminal, space pauses and resumes and q stops.
 //   playback [--from T --to T] [--output FILE.mpg]
 // Without a span it plays the first seconds of the newest recording of the last 7 days.
-#include <poll.h>
-#include <termios.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -19,6 +15,7 @@
 
 #include "HostCommand.h"
 #include "HostRecordings.h"
+#include "HostSystem.h"
 #include "HostTime.h"
 #include "StreamFileSink.h"
 
@@ -32,35 +29,6 @@ constexpr double kGraceSeconds = 10.0;
 std::atomic<bool> g_interrupted{false};
 
 void OnInterrupt(int) { g_interrupted = true; }
-
-// Single keys without Enter while it lives; the terminal is restored after.
-class RawTerminal {
- public:
-  RawTerminal() {
-    if (isatty(STDIN_FILENO) == 0 || tcgetattr(STDIN_FILENO, &m_saved) != 0) return;
-    termios raw = m_saved;
-    raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
-    m_active = tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0;
-  }
-  ~RawTerminal() {
-    if (m_active) tcsetattr(STDIN_FILENO, TCSANOW, &m_saved);
-  }
-  RawTerminal(const RawTerminal&) = delete;
-  RawTerminal& operator=(const RawTerminal&) = delete;
-  bool Active() const { return m_active; }
-  // A key pressed within `ms`, or 0.
-  char Key(int ms) const {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    char key = 0;
-    if (m_active && poll(&input, 1, ms) == 1 && read(STDIN_FILENO, &key, 1) == 1) return key;
-    if (!m_active) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    return 0;
-  }
-
- private:
-  termios m_saved{};
-  bool m_active = false;
-};
 
 // The span to play: as given, or the first seconds of the newest recording.
 // 0, or the exit code with the reason given to context.Fail.
@@ -117,8 +85,8 @@ int RunPlayback(HostContext& context) {
   if (result != 0) {
     exitCode = context.Fail(3, "StartPlayBackEx returned %d; the plug-in's log says why", result);
   } else {
-    const bool terminal = isatty(STDOUT_FILENO) != 0;
-    RawTerminal keys;
+    const bool terminal = StandardOutputIsTerminal();
+    KeyboardInput keys;
     if (keys.Active()) std::printf("space pauses and resumes, q stops\n");
     bool paused = false, quit = false;
     double played = 0;  // seconds of the span played, pauses left out

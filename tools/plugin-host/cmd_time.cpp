@@ -2,18 +2,17 @@
 // configuration command 23. The camera takes the six fields as its own local
 // time, so "now" is this machine's local time and an ISO time is sent as written.
 #include <cstdio>
-#include <ctime>
 #include <string>
 
 #include "HostControl.h"
+#include "kor.h"
 
 namespace {
 
 bool ParseFields(const std::string& text, NET_DEV_TIME& time) {
   if (text == "now") {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    if (localtime_r(&now, &local) == nullptr) return false;
+    KOR_ExpTime local{};
+    if (KOR_ExpTimeFromTimeLocal(&local, KOR_TimeNow()) != KOR_OK) return false;
     time = {static_cast<uint32_t>(local.tm_year + 1900), static_cast<uint32_t>(local.tm_mon + 1),
             static_cast<uint32_t>(local.tm_mday),        static_cast<uint32_t>(local.tm_hour),
             static_cast<uint32_t>(local.tm_min),         static_cast<uint32_t>(local.tm_sec)};

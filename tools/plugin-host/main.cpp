@@ -3,17 +3,19 @@
 //   plugin-host [--plugin PATH] [--camera HOST[:PORT] --user U --password P] COMMAND [OPTIONS]
 //
 // Without --camera it starts the embedded camera simulator on a free loopback
-// address and drives that.
-#include <unistd.h>
-
+// address and drives that (on Linux: the simulator is a Linux program).
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 
 #include "HostCommand.h"
+#include "HostSystem.h"
 #include "PluginLoader.h"
+#ifdef NETCAM_HOST_EMBEDS_CAMERA
 #include "camera_sim/Camera.h"
+#endif
 
 namespace {
 
@@ -23,27 +25,35 @@ void PrintUsage() {
                "commands:\n");
   for (const auto& [name, command] : HostCommands())
     std::fprintf(stderr, "  %-40s %s\n", command.usage.c_str(), command.help.c_str());
+#ifdef NETCAM_HOST_EMBEDS_CAMERA
   std::fprintf(stderr, "Without --camera the embedded camera simulator is started.\n");
+#else
+  std::fprintf(stderr, "--camera is required: this host has no embedded camera simulator.\n");
+#endif
 }
+
+#ifdef _WIN32
+constexpr char kPluginFileName[] = "netcam_plugin.dll";
+#else
+constexpr char kPluginFileName[] = "netcam_plugin.so";
+#endif
 
 std::string DefaultPluginPath() {
   // An installed or staged layout first: <prefix>/bin/plugin-host next to
-  // <prefix>/plugins/axis/netcam_plugin.so; else the one this host was built with.
-  char self[4096] = {};
-  ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (length > 0) {
-    std::string dir(self, static_cast<size_t>(length));
-    dir = dir.substr(0, dir.rfind('/'));
-    std::string staged = dir + "/../plugins/axis/netcam_plugin.so";
-    if (access(staged.c_str(), R_OK) == 0) return staged;
+  // <prefix>/plugins/axis/netcam_plugin.so (.dll); else the one this host was built with.
+  const std::string directory = ExecutableDirectory();
+  if (!directory.empty()) {
+    const std::string staged = directory + "/../plugins/axis/" + kPluginFileName;
+    if (std::ifstream(staged).good()) return staged;
   }
   return NETCAM_DEFAULT_PLUGIN_PATH;
 }
 
+#ifdef NETCAM_HOST_EMBEDS_CAMERA
 // Starts a simulated camera on the first free address of 127.0.0.2 - .254,
 // with RTSP on 554 when this process may bind it.
 std::unique_ptr<camsim::Camera> StartEmbeddedCamera(CameraTarget& target) {
-  const bool privileged = geteuid() == 0;
+  const bool privileged = MayBindPrivilegedPorts();
   if (!privileged) {
     std::fprintf(stderr,
                  "plugin-host: not root, so the simulator cannot serve RTSP on port 554; live video needs root "
@@ -60,7 +70,8 @@ std::unique_ptr<camsim::Camera> StartEmbeddedCamera(CameraTarget& target) {
       target.httpPort = camera->HttpPort();
       target.user = config.user;
       target.password = config.password;
-      target.simulated = true;
+      camsim::Camera* simulator = camera.get();
+      target.postAlarm = [simulator](const std::string& eventUrl) { return simulator->PostMotionAlarm(eventUrl); };
       std::printf("simulated camera at http://%s:%u\n", target.host.c_str(), target.httpPort);
       return camera;
     }
@@ -68,6 +79,7 @@ std::unique_ptr<camsim::Camera> StartEmbeddedCamera(CameraTarget& target) {
   std::fprintf(stderr, "plugin-host: the camera simulator did not start: %s\n", lastError.c_str());
   return nullptr;
 }
+#endif
 
 bool ParseCamera(const std::string& text, CameraTarget& target) {
   size_t colon = text.rfind(':');
@@ -145,15 +157,23 @@ int main(int argc, char** argv) {
 
   // Log lines go to a file unless the caller chose otherwise, so that the
   // terminal shows the commands' own output.
-  if (std::getenv("NETCAM_LOG_FILE") == nullptr) setenv("NETCAM_LOG_FILE", "netcam_plugin.log", 0);
+  SetEnvironmentDefault("NETCAM_LOG_FILE", "netcam_plugin.log");
   std::printf("plug-in log: %s\n", std::getenv("NETCAM_LOG_FILE"));
 
+#ifdef NETCAM_HOST_EMBEDS_CAMERA
   std::unique_ptr<camsim::Camera> simulator;
   if (!cameraGiven) {
     simulator = StartEmbeddedCamera(camera);
     if (!simulator) return 69;
-    camera.simulator = simulator.get();
   }
+#else
+  if (!cameraGiven) {
+    std::fprintf(stderr,
+                 "plugin-host: this host has no embedded camera simulator; give a camera with --camera HOST:PORT "
+                 "--user U --password P (for example a camera-sim started on a Linux machine)\n");
+    return 64;
+  }
+#endif
 
   PluginLoader plugin;
   std::string error;

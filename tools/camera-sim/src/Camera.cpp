@@ -14,7 +14,11 @@
 #include "HttpServer.h"
 #include "Router.h"
 #include "TimeText.h"
+#include "camera_sim/FaultSet.h"
 #include "evlog.h"
+#include "replay/CaptureFolder.h"
+#include "replay/ReplayMatcher.h"
+#include "replay/ReplayRtsp.h"
 
 namespace camsim {
 
@@ -47,20 +51,24 @@ std::string GarbageBytes() {
 
 }  // namespace
 
-struct Camera::Impl {
-  struct ActiveFault {
-    std::string prefix;
-    Fault fault;
-  };
+// The per-request faults of the HTTP side; Freeze and Reset act before
+// authentication, as a camera that hangs or drops the line answers nothing.
+constexpr std::initializer_list<Fault::Kind> kRequestFaults = {
+    Fault::Kind::Status, Fault::Kind::EmptyBody, Fault::Kind::Delay, Fault::Kind::Redirect, Fault::Kind::Garbage,
+    Fault::Kind::Huge,   Fault::Kind::Drop,      Fault::Kind::Cut,   Fault::Kind::Slow};
 
+struct Camera::Impl {
   explicit Impl(CameraConfig cfg)
       : config(std::move(cfg)),
         state(DefaultState(config.serial, HostNowUtc()), config.stateDir),
-        auth("AXIS_" + config.serial) {}
+        auth(std::make_unique<DigestAuthenticator>("AXIS_" + config.serial)) {}
 
   CameraConfig config;
   CameraState state;
-  DigestAuthenticator auth;
+  std::unique_ptr<DigestAuthenticator> auth;  // replaced before serving by a replay's realm
+  CaptureFolder capture;                      // what a replayed camera answered
+  std::unique_ptr<ReplayMatcher> replay;
+  std::unique_ptr<ReplayRtspServer> replayRtsp;
   std::unique_ptr<HttpServer> http;
   std::atomic<uint16_t> httpPort{0};  // read by the server's threads (redirects)
 #ifdef CAMSIM_HAVE_RTSP
@@ -70,7 +78,8 @@ struct Camera::Impl {
   mutable std::mutex credentialsMutex;  // config.user and config.password change at run time
   mutable std::mutex scriptMutex;
   std::vector<std::pair<std::string, ScriptedAnswer>> scripts;
-  std::vector<ActiveFault> faults;
+  std::shared_ptr<FaultSet> faults = std::make_shared<FaultSet>();
+  FaultSchedule schedule{*faults};
   mutable std::mutex logMutex;
   std::vector<ReceivedRequest> requests;
 
@@ -96,22 +105,6 @@ struct Camera::Impl {
     });
   }
 
-  // The fault for this path, counting it as used; nullopt when none applies.
-  std::optional<Fault> TakeFault(const std::string& path) {
-    std::lock_guard<std::mutex> lock(scriptMutex);
-    for (auto it = faults.rbegin(); it != faults.rend(); ++it) {
-      if (!StartsWith(path, it->prefix) || it->fault.times == 0) continue;
-      if (it->fault.after > 0) {
-        --it->fault.after;
-        return std::nullopt;
-      }
-      Fault fault = it->fault;
-      if (it->fault.times > 0) --it->fault.times;
-      return fault;
-    }
-    return std::nullopt;
-  }
-
   std::optional<ScriptedAnswer> FindScript(const std::string& path) const {
     std::lock_guard<std::mutex> lock(scriptMutex);
     for (auto it = scripts.rbegin(); it != scripts.rend(); ++it) {
@@ -127,6 +120,12 @@ struct Camera::Impl {
   }
 
   HttpResponse Respond(HttpRequest& request) {
+    if (faults->Any(FaultSide::Http)) {
+      HttpResponse unanswered;
+      unanswered.drop = !faults->WaitWhileFrozen(FaultSide::Http, request.path);
+      unanswered.reset = faults->Take(FaultSide::Http, request.path, {Fault::Kind::Reset}).has_value();
+      if (unanswered.drop || unanswered.reset) return unanswered;
+    }
     if (request.bodyTooLarge) {
       evlog_write(EVLOG_WARN, kLogModule, "%s %s: body over %zu bytes refused (413)", request.method.c_str(),
                   request.path.c_str(), config.maxBodyBytes);
@@ -138,7 +137,8 @@ struct Camera::Impl {
     if (NeedsAuthentication(request.path)) {
       const auto [user, password] = Credentials();
       const DigestVerdict verdict =
-          auth.Verify(request.method, request.path, request.Header("authorization"), user, password);
+          replay ? auth->VerifyKnown(request.method, request.path, request.Header("authorization"), user, password)
+                 : auth->Verify(request.method, request.path, request.Header("authorization"), user, password);
       if (verdict != DigestVerdict::Accepted) {
         // A missing header is the first leg of every Digest exchange; anything else is worth a line.
         if (verdict != DigestVerdict::Missing) {
@@ -146,11 +146,12 @@ struct Camera::Impl {
                       request.path.c_str(), ToString(verdict));
         }
         const bool stale = verdict == DigestVerdict::StaleNonce || verdict == DigestVerdict::UnknownNonce;
-        return UnauthorizedAnswer(request.path, auth.Challenge(stale));
+        return UnauthorizedAnswer(request.path, auth->Challenge(stale));
       }
     }
 
-    if (auto fault = TakeFault(request.path)) {
+    std::optional<Fault> shaping;  // a fault that changes how the normal answer is sent
+    if (auto fault = faults->Take(FaultSide::Http, request.path, kRequestFaults)) {
       switch (fault->kind) {
         case Fault::Kind::Status:
           return TextAnswer(fault->status, fault->body);
@@ -183,20 +184,123 @@ struct Camera::Impl {
           dropped.drop = true;
           return dropped;
         }
+        case Fault::Kind::Cut:
+        case Fault::Kind::Slow:
+          shaping = fault;
+          break;
+        case Fault::Kind::Freeze:
+        case Fault::Kind::Reset:
+          break;  // taken before authentication
       }
     }
+    HttpResponse answer = NormalAnswer(request);
+    if (shaping && shaping->kind == Fault::Kind::Slow) answer.bytesPerSecond = shaping->bytesPerSecond;
+    if (shaping && shaping->kind == Fault::Kind::Cut) {
+      answer.cutAfter = (answer.fillerBytes > 0 ? answer.fillerBytes : answer.body.size()) / 2;
+    }
+    return answer;
+  }
 
+  HttpResponse NormalAnswer(HttpRequest& request) {
     if (auto script = FindScript(request.path)) {
       HttpResponse answer = TextAnswer(script->status, script->body, script->contentType);
       answer.headers = script->headers;
       return answer;
     }
-
+    if (IsControlPath(request.path)) return ControlAnswer(request);
+    if (replay) return ReplayAnswer(request);
     if (EndpointHandler handler = FindEndpoint(request.path)) {
       EndpointContext context{config, state};
       return handler(request, context);
     }
     return NotFoundAnswer(request.path);
+  }
+
+  // What the captured camera answered to this operation; the 404 of an unknown
+  // CGI for one it was never asked, said once in the log so that a developer
+  // sees what the capture lacks.
+  HttpResponse ReplayAnswer(const HttpRequest& request) {
+    bool firstMiss = false;
+    const ReplayExchange* captured =
+        replay->Match(request.method, request.path, request.query, request.body, &firstMiss);
+    if (captured == nullptr) {
+      if (firstMiss) {
+        evlog_write(EVLOG_WARN, kLogModule, "replay: %s %s%s%s was never captured; answered 404",
+                    request.method.c_str(), request.path.c_str(), request.query.empty() ? "" : "?",
+                    request.query.c_str());
+      }
+      return NotFoundAnswer(request.path);
+    }
+    HttpResponse answer;
+    if (captured->status == 0) {
+      answer.drop = true;  // the camera gave no answer then either
+      return answer;
+    }
+    answer.status = captured->status;
+    answer.body = captured->answerBody;
+    answer.contentType.clear();
+    for (const auto& [name, value] : captured->answerHeaders) {
+      if (ToLower(name) == "content-type") {
+        answer.contentType = value;
+      } else if (ToLower(name) != "www-authenticate") {
+        answer.headers[name] = value;
+      }
+    }
+    return answer;
+  }
+
+  // Takes the capture's identity and realm before anything is served.
+  bool LoadReplay(std::string* error) {
+    if (!LoadCaptureFolder(config.replayDir, &capture, error)) {
+      *error = config.replayDir + "/" + *error;
+      return false;
+    }
+    const CapturedIdentity& identity = capture.identity;
+    for (auto [field, value] : {std::pair{&config.brand, &identity.brand},
+                                {&config.model, &identity.model},
+                                {&config.productNumber, &identity.productNumber},
+                                {&config.serial, &identity.serial},
+                                {&config.firmware, &identity.firmware}}) {
+      if (!value->empty()) *field = *value;
+    }
+    auth = std::make_unique<DigestAuthenticator>(identity.realm.empty() ? "AXIS_" + config.serial : identity.realm);
+    replay = std::make_unique<ReplayMatcher>(capture.exchanges);
+    evlog_write(EVLOG_INFO, kLogModule, "replaying %s: %s %s, %zu HTTP exchange(s), %zu RTSP session(s)",
+                config.replayDir.c_str(), config.model.c_str(), config.serial.c_str(), capture.exchanges.size(),
+                capture.sessions.size());
+    return true;
+  }
+
+  bool PostMotionAlarm(const std::string& eventUrl) {
+    if (eventUrl.empty()) {
+      evlog_write(EVLOG_WARN, kLogModule, "no event URL configured; motion alarm not posted");
+      return false;
+    }
+    const int64_t now = state.CameraNowUtc();
+    const std::string body =
+        "Motion detected on " + config.model + " " + config.serial + " camera=1 time=" + FormatUtc(now, 0) + "\r\n";
+    std::string error;
+    if (!PostAlarm(eventUrl, config.address, body, &error)) {
+      evlog_write(EVLOG_WARN, kLogModule, "motion alarm to %s failed: %s", RedactUrl(eventUrl).c_str(), error.c_str());
+      return false;
+    }
+    evlog_write(EVLOG_INFO, kLogModule, "motion alarm posted to %s", RedactUrl(eventUrl).c_str());
+    return true;
+  }
+
+  // The simulator's own requests, beside the camera's: a host that cannot hold
+  // the simulator in its process (plugin-host on Windows) has it post alarms.
+  HttpResponse ControlAnswer(const HttpRequest& request) {
+    if (request.path != kAlarmControlPath) return NotFoundAnswer(request.path);
+    if (request.method == "GET") {
+      return TextAnswer(200, "camera-sim: POST an event URL here and this camera posts one motion alarm to it\r\n");
+    }
+    if (request.method != "POST") return TextAnswer(405, "GET or POST\r\n");
+    std::string eventUrl = request.body;
+    eventUrl.erase(eventUrl.find_last_not_of(" \t\r\n") + 1);
+    if (eventUrl.rfind("http://", 0) != 0) return TextAnswer(400, "the body must be an http:// event URL\r\n");
+    return PostMotionAlarm(eventUrl) ? TextAnswer(200, "posted\r\n")
+                                     : TextAnswer(502, "the alarm was not answered with 2xx\r\n");
   }
 
   HttpResponse Handle(HttpRequest& request) {
@@ -207,7 +311,7 @@ struct Camera::Impl {
     received.query = request.query;
     received.headers = request.headers;
     received.body = request.body;
-    received.status = answer.drop ? 0 : answer.status;
+    received.status = answer.drop || answer.reset ? 0 : answer.status;
     std::lock_guard<std::mutex> lock(logMutex);
     if (requests.size() >= kMaxLoggedRequests) requests.erase(requests.begin());
     requests.push_back(std::move(received));
@@ -230,6 +334,7 @@ bool Camera::Start(std::string* error) {
     std::lock_guard<std::mutex> lock(m_impl->stopMutex);
     m_impl->stopping = false;
   }
+  m_impl->faults->SetInterrupted(false);
   const CameraConfig& config = m_impl->config;
   if (!config.stateDir.empty()) {
     std::error_code ec;
@@ -237,6 +342,11 @@ bool Camera::Start(std::string* error) {
     if (ec) return fail("cannot create the state directory " + config.stateDir + ": " + ec.message());
     std::string loadError;
     if (!m_impl->state.Load(&loadError)) return fail(loadError);
+  }
+
+  if (!config.replayDir.empty() && !m_impl->replay) {
+    std::string replayError;
+    if (!m_impl->LoadReplay(&replayError)) return fail(replayError);
   }
 
   HttpServer::Options options;
@@ -253,7 +363,18 @@ bool Camera::Start(std::string* error) {
   m_impl->httpPort = server->Port();
   m_impl->http = std::move(server);
 
-  if (config.rtspPort != 0) {
+  if (config.rtspPort != 0 && m_impl->replay) {
+    const auto [user, password] = m_impl->Credentials();
+    auto rtsp = std::make_unique<ReplayRtspServer>(m_impl->capture.sessions, m_impl->auth->Realm(), user, password);
+    std::string rtspError;
+    if (!rtsp->Start(config.address, config.rtspPort, &rtspError)) {
+      m_impl->http->Stop();
+      m_impl->http.reset();
+      if (error != nullptr) *error = "RTSP: " + rtspError;
+      return false;
+    }
+    m_impl->replayRtsp = std::move(rtsp);
+  } else if (config.rtspPort != 0) {
 #ifdef CAMSIM_HAVE_RTSP
     const auto [user, password] = m_impl->Credentials();
     RtspConfig rtspConfig;
@@ -263,6 +384,7 @@ bool Camera::Start(std::string* error) {
     rtspConfig.password = password;
     rtspConfig.serial = config.serial;
     rtspConfig.findRecording = [impl](const std::string& id) { return impl->FindRecording(id); };
+    rtspConfig.faults = m_impl->faults;
     auto rtsp = std::make_unique<RtspServer>(rtspConfig);
     std::string rtspError;
     if (!rtsp->Start(&rtspError)) {
@@ -288,6 +410,9 @@ void Camera::Stop() {
     m_impl->stopping = true;
   }
   m_impl->stopSignal.notify_all();
+  m_impl->schedule.Stop();
+  m_impl->faults->SetInterrupted(true);  // frozen requests give up
+  m_impl->replayRtsp.reset();
 #ifdef CAMSIM_HAVE_RTSP
   if (m_impl->rtsp) {
     m_impl->rtsp->Stop();
@@ -319,6 +444,7 @@ std::vector<std::string> Camera::RtspControlRequests() const {
 }
 
 uint16_t Camera::RtspPort() const {
+  if (m_impl->replayRtsp) return m_impl->replayRtsp->Port();
 #ifdef CAMSIM_HAVE_RTSP
   return m_impl->rtsp ? m_impl->rtsp->Port() : 0;
 #else
@@ -331,15 +457,33 @@ void Camera::Script(const std::string& pathPrefix, ScriptedAnswer answer) {
   m_impl->scripts.emplace_back(pathPrefix, std::move(answer));
 }
 
-void Camera::InjectFault(const std::string& pathPrefix, Fault fault) {
-  std::lock_guard<std::mutex> lock(m_impl->scriptMutex);
-  m_impl->faults.push_back(Impl::ActiveFault{pathPrefix, std::move(fault)});
+int Camera::InjectFault(const std::string& pathPrefix, Fault fault) {
+  return m_impl->faults->Add(pathPrefix, std::move(fault));
+}
+
+void Camera::RemoveFault(int id) { m_impl->faults->Remove(id); }
+
+void Camera::ScheduleFault(const std::string& pathPrefix, Fault fault, std::chrono::milliseconds at,
+                           std::chrono::milliseconds length) {
+  m_impl->schedule.At(pathPrefix, std::move(fault), at, length);
+}
+
+void Camera::StartRandomFaults(RandomFaults plan) {
+  plan.onEpisode = [serial = m_impl->config.serial, told = std::move(plan.onEpisode)](const FaultEpisode& episode,
+                                                                                      bool ended) {
+    evlog_write(EVLOG_INFO, kLogModule, "camera %s: fault %s %s", serial.c_str(), episode.Describe().c_str(),
+                ended ? "ends" : "begins");
+    if (told) told(episode, ended);
+  };
+  m_impl->schedule.Random(std::move(plan));
 }
 
 void Camera::ClearScripts() {
-  std::lock_guard<std::mutex> lock(m_impl->scriptMutex);
-  m_impl->scripts.clear();
-  m_impl->faults.clear();
+  {
+    std::lock_guard<std::mutex> lock(m_impl->scriptMutex);
+    m_impl->scripts.clear();
+  }
+  m_impl->faults->Clear();
 }
 
 std::vector<ReceivedRequest> Camera::Requests() const {
@@ -368,23 +512,6 @@ std::vector<RecordingClip> Camera::Recordings() const {
 
 bool Camera::PostMotionAlarm() { return PostMotionAlarm(m_impl->config.eventUrl); }
 
-bool Camera::PostMotionAlarm(const std::string& eventUrl) {
-  const CameraConfig& config = m_impl->config;
-  if (eventUrl.empty()) {
-    evlog_write(EVLOG_WARN, kLogModule, "no event URL configured; motion alarm not posted");
-    return false;
-  }
-  const int64_t now = m_impl->state.CameraNowUtc();
-  const std::string body =
-      "Motion detected on " + config.model + " " + config.serial + " camera=1 time=" + FormatUtc(now, 0) + "\r\n";
-  std::string error;
-  if (!PostAlarm(eventUrl, config.address, body, &error)) {
-    evlog_write(EVLOG_WARN, kLogModule, "motion alarm to %s failed: %s", RedactUrl(eventUrl).c_str(),
-                error.c_str());
-    return false;
-  }
-  evlog_write(EVLOG_INFO, kLogModule, "motion alarm posted to %s", RedactUrl(eventUrl).c_str());
-  return true;
-}
+bool Camera::PostMotionAlarm(const std::string& eventUrl) { return m_impl->PostMotionAlarm(eventUrl); }
 
 }  // namespace camsim

@@ -7,7 +7,9 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <vector>
 
+#include "FaultOption.h"
 #include "camera_sim/Camera.h"
 
 namespace {
@@ -16,9 +18,14 @@ void PrintUsage() {
   std::printf(
       "usage: camera-sim --address IP [--http-port N] [--rtsp-port N] [--user U --password P]\n"
       "                  [--brand B] [--model M] [--product-number P] [--serial S] [--firmware V] [--no-ptz]\n"
-      "                  [--event-url URL] [--alarm-interval SECONDS] [--state-dir DIR]\n"
+      "                  [--event-url URL] [--alarm-interval SECONDS] [--state-dir DIR] [--fault FAULT]...\n"
+      "       camera-sim --replay DIR --address IP [--http-port N] [--rtsp-port N] [--user U --password P]\n"
       "  --http-port 0 picks a free port; --rtsp-port 0 runs without RTSP.\n"
-      "  --alarm-interval posts a motion alarm to --event-url every SECONDS seconds.\n");
+      "  --replay serves a capture folder (plugin-host capture) under the captured identity; without\n"
+      "  --user/--password it takes any user and any password.\n"
+      "  --alarm-interval posts a motion alarm to --event-url every SECONDS seconds.\n"
+      "%s",
+      camsim::kFaultOptionHelp);
 }
 
 bool ParsePort(const char* text, uint16_t& port) {
@@ -36,6 +43,8 @@ int main(int argc, char** argv) {
   camsim::CameraConfig config;
   config.httpPort = 80;
   long alarmInterval = 0;
+  std::vector<camsim::FaultOption> faults;
+  bool userGiven = false, passwordGiven = false;
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
     if (option == "--help" || option == "-h") {
@@ -62,8 +71,12 @@ int main(int argc, char** argv) {
       (option == "--http-port" ? config.httpPort : config.rtspPort) = port;
     } else if (option == "--user") {
       config.user = value;
+      userGiven = true;
     } else if (option == "--password") {
       config.password = value;
+      passwordGiven = true;
+    } else if (option == "--replay") {
+      config.replayDir = value;
     } else if (option == "--brand") {
       config.brand = value;
     } else if (option == "--model") {
@@ -85,10 +98,21 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "camera-sim: --alarm-interval: '%s' is not a number of seconds (1-86400)\n", value);
         return 2;
       }
+    } else if (option == "--fault") {
+      std::string problem;
+      if (!camsim::ParseFaultOption(value, &faults.emplace_back(), &problem)) {
+        std::fprintf(stderr, "camera-sim: --fault %s: %s\n", value, problem.c_str());
+        return 2;
+      }
     } else {
       std::fprintf(stderr, "camera-sim: unknown option %s (see --help)\n", option.c_str());
       return 2;
     }
+  }
+  if (!config.replayDir.empty()) {
+    // A replayed camera knows only the credentials it is given.
+    if (!userGiven) config.user.clear();
+    if (!passwordGiven) config.password.clear();
   }
   if (alarmInterval > 0 && config.eventUrl.empty()) {
     std::fprintf(stderr, "camera-sim: --alarm-interval needs --event-url\n");
@@ -109,6 +133,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "camera-sim: cannot start on %s: %s\n", config.address.c_str(), error.c_str());
     return 1;
   }
+  for (const camsim::FaultOption& fault : faults) camsim::ApplyFaultOption(camera, fault);
   std::string line = "camera-sim: listening on http://" + config.address + ":" + std::to_string(camera.HttpPort());
   if (camera.RtspPort() != 0) line += " rtsp://" + config.address + ":" + std::to_string(camera.RtspPort());
   std::printf("%s\n", line.c_str());

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_sim/Fault.h"
 #include "camera_sim/RtspServer.h"  // RecordingClip
 
 namespace camsim {
@@ -30,19 +31,23 @@ struct CameraConfig {
   std::string serial = "B8A44F9D7D55";
   std::string firmware = "11.11.73";
   bool hasPtz = true;
-  std::string eventUrl;   // where motion alarms are posted ("" = none)
-  std::string stateDir;   // persistent state ("" = memory only)
+  std::string eventUrl;           // where motion alarms are posted ("" = none)
+  std::string stateDir;           // persistent state ("" = memory only)
   size_t maxBodyBytes = 1 << 20;  // larger request bodies are refused with 413
+  // A capture folder (plugin-host capture): the camera serves what the
+  // captured camera answered instead of its own answers, under the captured
+  // identity. With it, an empty user or password accepts any.
+  std::string replayDir;
 };
 
 // A request as the camera received it (after authentication succeeded or not).
 struct ReceivedRequest {
   std::string method;
-  std::string path;   // without the query
-  std::string query;  // without the '?'
+  std::string path;                            // without the query
+  std::string query;                           // without the '?'
   std::map<std::string, std::string> headers;  // names lower-cased
   std::string body;
-  int status = 0;     // what the camera answered
+  int status = 0;  // what the camera answered
 };
 
 // An answer that replaces the camera's own for matching requests.
@@ -51,27 +56,6 @@ struct ScriptedAnswer {
   std::string contentType = "text/plain";
   std::string body;
   std::map<std::string, std::string> headers;  // e.g. {"Location", "..."} for redirects
-};
-
-// Faults applied before the camera answers a matching request.
-struct Fault {
-  enum class Kind {
-    Status,       // answer `status` with `body`
-    EmptyBody,    // 200 with no body
-    Delay,        // wait `delay`, then answer normally
-    Redirect,     // 302 to `location` (a path on this camera or a full URL)
-    Garbage,      // 200 with `body` (or random bytes when empty)
-    Huge,         // 200 with `size` bytes of filler
-    Drop,         // close the connection without an answer
-  };
-  Kind kind = Kind::Status;
-  int status = 500;
-  std::string body;
-  std::chrono::milliseconds delay{0};
-  std::string location;
-  size_t size = 0;
-  int times = -1;  // how many matching requests it applies to (-1: all)
-  int after = 0;   // matching requests answered normally before it starts (the k-th of a sequence fails)
 };
 
 class Camera {
@@ -92,8 +76,17 @@ class Camera {
   // Scripting: `pathPrefix` matches a request path that starts with it
   // ("/axis-cgi/basicdeviceinfo.cgi"). The latest matching rule wins.
   void Script(const std::string& pathPrefix, ScriptedAnswer answer);
-  void InjectFault(const std::string& pathPrefix, Fault fault);
-  void ClearScripts();  // both answers and faults
+  // Faults match HTTP paths and RTSP URL paths ("/axis-media/media.amp"; ""
+  // for all) on the fault's side. The id switches it off again, at any time
+  // (a frozen camera thaws).
+  int InjectFault(const std::string& pathPrefix, Fault fault);
+  void RemoveFault(int id);
+  // Switches `fault` on after `at` and off `length` later (0: it stays on).
+  void ScheduleFault(const std::string& pathPrefix, Fault fault, std::chrono::milliseconds at,
+                     std::chrono::milliseconds length);
+  // Random fault episodes until Stop.
+  void StartRandomFaults(RandomFaults plan);
+  void ClearScripts();  // answers and faults
 
   std::vector<ReceivedRequest> Requests() const;
   void ClearRequests();
