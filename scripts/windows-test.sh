@@ -26,7 +26,7 @@ if [ "$(id -u)" -ne 0 ] && [ -z "${NETCAM_IN_NAMESPACE:-}" ]; then
   exec env NETCAM_IN_NAMESPACE=1 unshare -rn bash -c 'ip link set lo up && exec bash "$0" "$@"' "$0" "$@"
 fi
 
-export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/netcam-plugin/wine}"
+export WINEPREFIX="${WINEPREFIX:-${XDG_CACHE_HOME:-$HOME/.cache}/netcam-plugin/wine}"
 export WINEDEBUG=-all
 wineserver=$(dirname "$(readlink -f "$wine")")/wineserver
 [ -x "$wineserver" ] || wineserver=$(command -v wineserver64 || command -v wineserver)
